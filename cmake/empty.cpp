@@ -1,0 +1,1 @@
+// Placeholder translation unit for a library whose first source has not landed.

@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Builds the project and runs every test twice: once optimised, once under AddressSanitizer and
+# UndefinedBehaviorSanitizer. Build folders: build/ and build-asan/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs=$(nproc)
+
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build build -j "$jobs"
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKARVEN_SANITIZE=ON -DKARVEN_BENCH=OFF
+cmake --build build-asan -j "$jobs"
+ctest --test-dir build-asan --output-on-failure -j "$jobs" -LE accuracy
