@@ -2,6 +2,7 @@
 // The pattern families registered in the factory.
 
 #include "patterns/generic.h"
+#include "patterns/solving.h"
 
 namespace KARVEN {
 
@@ -16,6 +17,13 @@ public:
     // Writes the sample file; returns the number of solves made.
     int populate(const std::string& output_path, const MCTF::MiniCTF& ctf, const json& params,
                  const ExtractionConfig& config) override;
+
+    // Solves each conductor as master; returns the conductors and the constrained matrix.
+    PatternResult solve_pattern_full_matrix(Pattern& pattern, const MCTF::MiniCTF& ctf,
+                                            const ExtractionConfig& config);
+    // Writes one compact JSON object per result to `path`, rectangles turned into centre and
+    // size. An unopenable file is not reported.
+    void dump_to_json(std::vector<PatternResult>& results, const std::string& path);
 };
 
 }  // namespace KARVEN

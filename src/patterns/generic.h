@@ -27,6 +27,13 @@ using Layers = std::vector<const MCTF::ConductorLayer*>;
 // The four parameter vectors of a family's sweep.
 using ParameterSet = std::array<std::vector<double>, 4>;
 
+// One combination's sweep (axes st, sb, wb, wt) and its results, one row per point and one column
+// per role. Empty `values` marks a skipped combination.
+struct CapLib {
+    ParameterSet params;
+    std::vector<std::vector<double>> values;
+};
+
 struct ExtractionConfig {
     int nthreads = 1;
     double precision = 0.005;
@@ -62,6 +69,28 @@ public:
     virtual int populate(const std::string& output_path, const MCTF::MiniCTF& ctf,
                          const json& params, const ExtractionConfig& config);
 
+    // Returns true when two of the layers share height (touching is no overlap).
+    bool layerOverlap(const Layers& layers) const;
+    // Returns the layer combinations of this family's combination type, bottom-up each.
+    std::vector<Layers> prepareLayerCombinations(const MCTF::MiniCTF& ctf) const;
+    // Returns the sweep for `layers`: four arrays from `params` under the layers' key, or the
+    // family's own. Raises the JSON library's type errors for malformed entries.
+    CapLib prepareCapLib(const Layers& layers, const json& params);
+    // Solves one pattern and returns one value per role.
+    std::vector<double> solvePattern(const Pattern& pattern, const MCTF::MiniCTF& ctf,
+                                     const ExtractionConfig& config);
+    // Solves every point of every combination in parallel; returns the combinations with their
+    // libraries, overlapping ones with an empty library.
+    std::vector<std::pair<Layers, CapLib>> solveCapLibs(const MCTF::MiniCTF& ctf,
+                                                        const json& params,
+                                                        const ExtractionConfig& config);
+    // Returns the skip lines written behind `role` ("" for those ahead of all roles).
+    std::string writeSkip(const std::string& role) const;
+    // Writes the capacitance library to `path`; returns the number of rows written, 0 when the
+    // file cannot be opened.
+    int writeCapLibs(const std::string& path,
+                     const std::vector<std::pair<Layers, CapLib>>& libs) const;
+
     double window = 100.0;
     std::string name;
     std::vector<std::string> roles;
@@ -69,6 +98,16 @@ public:
     std::array<int, 4> param_order{0, 1, 2, 3};
     CombinationType combination;
 };
+
+// Returns the usable metal layers: each conductor layer that touches no earlier kept one.
+// Prints the counts and one line per kept layer.
+Layers get_nonoverlap_metal_layers(const MCTF::MiniCTF& ctf);
+
+// Returns the number of points of a sweep.
+size_t sweepSize(const ParameterSet& params);
+// Returns point j of a sweep: slot k takes vector order[k], and vector order[3] varies fastest.
+std::array<double, 4> sweepPoint(const ParameterSet& params, const std::array<int, 4>& order,
+                                 size_t j);
 
 using StructureCreator = std::function<std::unique_ptr<GenericStructure>()>;
 
