@@ -15,7 +15,7 @@ constexpr double INF = Shape::SPACE_INF;
 constexpr double OUTER_GUARD = 0.001;
 
 // Upper bound on grid cells; a finer grid only costs memory.
-constexpr double MAX_GRID_CELLS = 4.0e6;
+constexpr double MAX_GRID_CELLS = 262144.0;
 
 template <class B>
 inline double chebyshev(const B& b, const Vector2D& p) noexcept {
