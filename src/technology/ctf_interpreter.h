@@ -34,10 +34,9 @@ CtfProcessorFactory registeredCtfProcessor(const char* class_name);
 
 // Registers `Class` (default-constructible, derived from ElementProcessor) under its own name at
 // program start. Use at namespace scope in the class's .cpp.
-#define CTF_REGISTER_PROCESSOR(Class)                                                  \
-    [[maybe_unused]] static const bool ctf_registered_##Class =                        \
-        (registerCtfProcessor(#Class, []() -> ElementProcessor* { return new Class; }), \
-         true)
+#define CTF_REGISTER_PROCESSOR(Class)                           \
+    [[maybe_unused]] static const bool ctf_registered_##Class = \
+        (registerCtfProcessor(#Class, []() -> ElementProcessor* { return new Class; }), true)
 
 class CtfInterpreter {
 public:
