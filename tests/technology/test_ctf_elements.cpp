@@ -453,7 +453,16 @@ public:
     double total = 0;
 };
 
+class MacroRegistered : public CtfStandalone {};
+CTF_REGISTER_PROCESSOR(MacroRegistered);
+
 TEST(CtfInterpreterTest, RegisteredClassReplacesTheStandIn) {
+    CtfProcessorFactory macro = registeredCtfProcessor("MacroRegistered");
+    ASSERT_NE(macro, nullptr);
+    ElementProcessor* made = macro();
+    EXPECT_NE(dynamic_cast<MacroRegistered*>(made), nullptr);
+    delete made;
+
     CtfProcessorFactory before = registeredCtfProcessor("CtfConductor");
     CtfProcessorFactory replaced = registerCtfProcessor(
         "CtfConductor", []() -> ElementProcessor* { return new FakeConductor; });
