@@ -201,16 +201,16 @@ TEST(SolverMedium, MergeAlternatesAxesAndStopsAtFirstIdlePass) {
 }
 
 TEST(SolverMedium, MergeJoinsOnlyTouchingCompatibleNeighbours) {
-  // Row at y [0,1]: eps 3 | background | eps 5, then a gap, then eps 5; row at [1,2]: 3 | 4.
+  // Row at y [0,1]: background | eps 3 | eps 5, then a gap, then eps 5; row at [1,2]: 3 | 4.
   std::vector<Medium*> m = make_media({{4, 5, 0, 1, 5},
-                                       {0, 1, 0, 1, 3},
-                                       {1, 2, 0, 1, -1},
+                                       {1, 2, 0, 1, 3},
+                                       {0, 1, 0, 1, -1},
                                        {2, 3, 0, 1, 5},
                                        {0, 1, 1, 2, 3},
                                        {1, 2, 1, 2, 4}});
   EXPECT_TRUE(MediumManager::merge_medium(true, m));
-  // 3 joins the background (taking 3), then 5 differs from 3: stays apart; the gap keeps the last
-  // 5 apart; different permittivities in the upper row stay apart.
+  // The background takes the 3 it joins, then 5 differs from 3: stays apart; the gap keeps the
+  // last 5 apart; different permittivities in the upper row stay apart.
   EXPECT_EQ(boxes_of(m), (std::vector<Box>{{0, 1, 1, 2, 3}, {0, 2, 0, 1, 3}, {1, 2, 1, 2, 4}, {2, 3, 0, 1, 5},
                                            {4, 5, 0, 1, 5}}));
   EXPECT_FALSE(MediumManager::merge_medium(true, m));

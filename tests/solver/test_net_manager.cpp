@@ -269,6 +269,11 @@ TEST(SolverNets, GaussianMarginIsHalfTheChebyshevClearance) {
   // Absorbing walls limit the margin too: the nearest side is the right one, 2 away.
   const NetManager walled({rect(0, 0, 1, 1)}, {{0, 1}}, {}, rect(-5, -5, 3, 5), space_args(false, NEIGHBOR_BOX), ap);
   expect_rect(*walled.master->gauss, -1, -1, 2, 2);
+  // Each side in turn the nearest, 0.8 away: margin 0.4.
+  for (const Rectangle& w : {rect(-0.8, -5, 5, 5), rect(-5, -0.8, 5, 5), rect(-5, -5, 1.8, 5), rect(-5, -5, 5, 1.8)}) {
+    const NetManager one({rect(0, 0, 1, 1)}, {{0, 1}}, {}, w, space_args(false, NEIGHBOR_BOX), ap);
+    expect_rect(*one.master->gauss, -0.4, -0.4, 1.4, 1.4);
+  }
 }
 
 TEST(SolverNets, EmptyNetsAndUnknownModeAreFatal) {
@@ -345,6 +350,25 @@ TEST(SolverNets, NeighborAbsorbsOnConductorsAndOnTheAbsorbingBoundary) {
   }
 }
 
+TEST(SolverNets, ReflectingWallsAbsorbOnlyAtTheGuardOneWindowOut) {
+  for (std::uint32_t mode : {NEIGHBOR_SCAN, NEIGHBOR_BOX, NEIGHBOR_GRID}) {
+    SCOPED_TRACE(mode);
+    NetManager nm({rect(1, 1, 2, 2), rect(3, 1, 4, 2)}, {{0, 1}}, {}, rect(0, 0, 10, 30), space_args(true, mode),
+                  Config::ApproxArgs{});
+    nm.preprocess();
+    // At (5, 29) the nets are 27 away, the window 30 high; the guard (window grown by 10 left and
+    // right) is 15 away, less the 0.001 that keeps the folded walk off it.
+    const Answer far = ask(nm, Vector2D{5, 29});
+    EXPECT_EQ(far.ret, 0);
+    EXPECT_NEAR(far.r, 15 - 0.001, 1e-12);
+    EXPECT_EQ(far.hit, -1);
+    // Beyond the guard (a point that was never folded) the query absorbs on the guard.
+    const Answer beyond = ask(nm, Vector2D{-9.9995, 5});
+    EXPECT_EQ(beyond.ret, 2);
+    EXPECT_EQ(beyond.hit, -1);
+  }
+}
+
 TEST(SolverNets, BoxModeAbsorbsInsideAndUsesTheLastNetAsAHint) {
   NetManager nm({rect(1, 1, 2, 2), rect(4, 1, 5, 2), rect(1, 5, 9, 6)}, {{0, 1}}, {}, rect(0, 0, 10, 8),
                 space_args(true, NEIGHBOR_BOX), Config::ApproxArgs{});
@@ -401,6 +425,22 @@ TEST(SolverNets, GridLayoutAndConservativeClearance) {
   EXPECT_EQ(out.ret, 0);
   EXPECT_DOUBLE_EQ(out.r, 3.0);
   EXPECT_EQ(out.hit, -1);
+
+  // A wide clearance (Gaussian rectangle [3.25,7.25]x[3.25,7.75]) puts the grid's left edge at
+  // x = 3. At (3.51, 5.75), in cell (1,5), the left edge has no cells behind it and does not count:
+  // the block's bottom and top, 0.75 away, limit the square (the right side is 0.99 away).
+  NetManager wide({rect(5, 5, 5.5, 6), rect(9, 5, 10, 6)}, {{0, 1}}, {}, rect(0, 0, 20, 20),
+                  space_args(true, NEIGHBOR_GRID), Config::ApproxArgs{});
+  wide.preprocess();
+  expect_rect(*wide.neighbor_window, 3, 3, 10.25, 8);
+  const Answer w = ask(wide, Vector2D{3.51, 5.75});
+  EXPECT_EQ(w.ret, 0);
+  EXPECT_NEAR(w.r, 0.75, 1e-12);
+  EXPECT_EQ(w.hit, -1);
+  // The same above the grid's bottom edge: (5.75, 3.51) in cell (5,1).
+  const Answer v = ask(wide, Vector2D{5.75, 3.51});
+  EXPECT_NEAR(v.r, 0.75, 1e-12);
+  EXPECT_EQ(v.hit, -1);
 }
 
 TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
