@@ -383,6 +383,20 @@ TEST(SolverNets, BoxModeAbsorbsInsideAndUsesTheLastNetAsAHint) {
   const Answer touching = ask(nm, Vector2D{3, 5}, nm.nets[2]);
   EXPECT_EQ(touching.ret, 2);
   EXPECT_EQ(touching.hit, 2);
+
+  // Overlapping nets: the query stops at the first net in order that p touches, even though p
+  // lies deeper inside the next one (0.1 inside net 1, 0.5 inside net 2).
+  NetManager overlap({rect(5, 5, 6, 6), rect(0, 0, 2, 1), rect(1, 0, 3, 1)}, {{0, 1}}, {}, rect(-1, -1, 10, 10),
+                     space_args(true, NEIGHBOR_BOX), Config::ApproxArgs{});
+  const Answer first = ask(overlap, Vector2D{1.9, 0.5});
+  EXPECT_EQ(first.ret, 2);
+  EXPECT_EQ(first.hit, 1);
+  // On the shared edge of two touching nets, in both box and scan modes, the first one absorbs.
+  NetManager shared({rect(5, 5, 6, 6), rect(0, 0, 1, 1), rect(1, 0, 2, 1)}, {{0, 1}}, {}, rect(-1, -1, 10, 10),
+                    space_args(true, NEIGHBOR_BOX), Config::ApproxArgs{});
+  EXPECT_EQ(ask(shared, Vector2D{1, 0.5}).hit, 1);
+  shared.space.neighbor_mode = NEIGHBOR_SCAN;
+  EXPECT_EQ(ask(shared, Vector2D{1, 0.5}).hit, 1);
 }
 
 TEST(SolverNets, GridLayoutAndConservativeClearance) {
@@ -444,18 +458,20 @@ TEST(SolverNets, GridLayoutAndConservativeClearance) {
 }
 
 TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
-  for (bool neumann : {true, false}) {
-    SCOPED_TRACE(neumann);
+  for (const auto& [neumann, staircase] : {std::pair{true, false}, {true, true}, {false, false}, {false, true}}) {
+    SCOPED_TRACE(testing::Message() << "neumann=" << neumann << " staircase=" << staircase);
     std::vector<Rectangle> wires = random_like_wires();
     wires.push_back(rect(-6, -0.1, 6, 0));  // substrate plate, clipped to a sheet
     NetManager nm(wires, kRandomLayers, {}, kRandomWindow, space_args(neumann, NEIGHBOR_GRID), Config::ApproxArgs{});
-    // Replace the wide top wire by a three-step staircase so the non-rectangle path is covered.
-    auto* stair = new Trapezoid();
-    stair->add_slice(new Rectangle(-0.6, 0.6, 1.3, 1.2));
-    stair->add_slice(new Rectangle(-0.5, 0.5, 1.4, 1.3));
-    stair->add_slice(new Rectangle(-0.4, 0.4, 1.5, 1.4));
-    delete nm.nets[5]->shape;
-    nm.nets[5]->shape = stair;
+    if (staircase) {
+      // Replace the wide top wire by a three-step staircase: the non-rectangle path of the query.
+      auto* stair = new Trapezoid();
+      stair->add_slice(new Rectangle(-0.6, 0.6, 1.3, 1.2));
+      stair->add_slice(new Rectangle(-0.5, 0.5, 1.4, 1.3));
+      stair->add_slice(new Rectangle(-0.4, 0.4, 1.5, 1.4));
+      delete nm.nets[5]->shape;
+      nm.nets[5]->shape = stair;
+    }
     nm.preprocess();
     ASSERT_GT(nm.grid_nx, 2);
     const double block = nm.space.block_x;
@@ -464,7 +480,7 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
     std::uniform_real_distribution<double> near_x(-0.9, 0.9), near_y(0.0, 1.8), any_x(-6, 6), any_y(0, 9);
     std::uniform_int_distribution<int> pick(0, static_cast<int>(nm.nets.size()) - 1), coin(0, 3);
     int exact_grid = 0, outside_grid = 0, absorbed = 0, checked = 0;
-    for (int k = 0; k < 6000; ++k) {
+    for (int k = 0; k < 4000; ++k) {
       Vector2D p;
       const int how = coin(gen);
       if (how == 0) {
@@ -556,10 +572,10 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
         }
       }
     }
-    EXPECT_EQ(checked, 6000);
-    EXPECT_GT(absorbed, 500);      // the side points and the insides were really exercised
-    EXPECT_GT(exact_grid, 1500);
-    EXPECT_GT(outside_grid, 100);
+    EXPECT_EQ(checked, 4000);
+    EXPECT_GT(absorbed, 300);      // the side points and the insides were really exercised
+    EXPECT_GT(exact_grid, 1000);
+    EXPECT_GT(outside_grid, 50);
   }
 }
 
