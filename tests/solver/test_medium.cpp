@@ -61,6 +61,12 @@ TEST(SolverMedium, GuardsSurroundTheStackWithoutItsFirstBottom) {
   EXPECT_EQ(one.eps, std::vector<double>(10, 4.2));
   for (double y : {-1e6, -3.0, 0.5, 7.0, 1e6}) EXPECT_EQ(one.search_layer(y), std::make_pair(4, false)) << y;
 
+  // A stack never set up (the mirrored one without reflecting walls) is searchable vacuum.
+  const MediumLayer none;
+  EXPECT_TRUE(none.raw_z.empty());
+  EXPECT_EQ(none.search_layer(3.0), std::make_pair(4, false));
+  EXPECT_EQ(none.eps[4], 1.0);
+
   // Equal neighbours fold into the first; a later different value starts a new layer.
   MediumLayer folded;
   folded.set_layers({{0.0, 3.9}, {1.0, 3.9 + 5e-9}, {2.0, 1.0}, {3.0, 3.9}});
