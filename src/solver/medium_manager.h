@@ -42,7 +42,8 @@ struct MediumLayer {
   std::vector<double> raw_eps;  // their permittivities
   std::vector<Medium*> media;   // owned rectangles that are not layers
 
-  MediumLayer() = default;
+  // An empty stack: vacuum, with its guards, so that a search on it is still valid.
+  MediumLayer() { guard(); }
   MediumLayer(const MediumLayer& o);
   MediumLayer& operator=(const MediumLayer& o);
   MediumLayer(MediumLayer&& o) noexcept;

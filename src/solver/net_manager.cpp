@@ -226,10 +226,12 @@ void NetManager::finish_nets() {
 void NetManager::index_nets() {
   boxes_.clear();
   boxes_.reserve(nets.size());
+  all_rectangles_ = true;
   for (WireNet* n : nets) {
     const Shape* s = n->shape;
     boxes_.push_back({s->box_left, s->box_right, s->box_bottom, s->box_top,
                       s->kind == Shape::KIND_RECTANGLE ? nullptr : s, n});
+    all_rectangles_ = all_rectangles_ && s->kind == Shape::KIND_RECTANGLE;
   }
   if (grid_ready_) build_grid_index();
 }
@@ -384,6 +386,33 @@ int NetManager::neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* l
 }
 
 int NetManager::scan_all(const Vector2D& p, WireNet*& hit, double& r) const {
+  if (all_rectangles_) {
+    // Rectangles only: a branch-free running minimum (first net wins ties), then, only when p
+    // touches something, the first touching net in order, which is where a scan that stops at
+    // the first touch would have stopped.
+    const NetBox* b = boxes_.data();
+    const std::size_t n = boxes_.size();
+    double best = r;
+    WireNet* best_net = hit;
+    for (std::size_t i = 0; i < n; ++i) {
+      const double d = chebyshev(b[i], p);
+      const bool nearer = d < best;
+      best = nearer ? d : best;
+      best_net = nearer ? b[i].net : best_net;
+    }
+    if (best >= GEO_EPS) {
+      r = best;
+      hit = best_net;
+      return 0;
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      if (chebyshev(b[i], p) < GEO_EPS) {
+        hit = b[i].net;
+        r = 0.0;
+        return 2;
+      }
+    }
+  }
   for (const NetBox& b : boxes_)
     if (consider(b, p, hit, r)) return 2;
   return 0;

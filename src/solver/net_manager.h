@@ -137,6 +137,7 @@ class NetManager {
   std::vector<std::int32_t> cell_items_;  // indices into boxes_
   Bounds win_, outer_, nw_, ww_;
   bool grid_ready_ = false;
+  bool all_rectangles_ = true;
 
   int scan_all(const Vector2D& p, WireNet*& hit, double& r) const;
   int scan_grid(const Vector2D& p, WireNet*& hit, double& r) const;

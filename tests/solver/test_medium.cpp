@@ -61,6 +61,12 @@ TEST(SolverMedium, GuardsSurroundTheStackWithoutItsFirstBottom) {
   EXPECT_EQ(one.eps, std::vector<double>(10, 4.2));
   for (double y : {-1e6, -3.0, 0.5, 7.0, 1e6}) EXPECT_EQ(one.search_layer(y), std::make_pair(4, false)) << y;
 
+  // A stack never set up (the mirrored one without reflecting walls) is searchable vacuum.
+  const MediumLayer none;
+  EXPECT_TRUE(none.raw_z.empty());
+  EXPECT_EQ(none.search_layer(3.0), std::make_pair(4, false));
+  EXPECT_EQ(none.eps[4], 1.0);
+
   // Equal neighbours fold into the first; a later different value starts a new layer.
   MediumLayer folded;
   folded.set_layers({{0.0, 3.9}, {1.0, 3.9 + 5e-9}, {2.0, 1.0}, {3.0, 3.9}});
@@ -201,16 +207,16 @@ TEST(SolverMedium, MergeAlternatesAxesAndStopsAtFirstIdlePass) {
 }
 
 TEST(SolverMedium, MergeJoinsOnlyTouchingCompatibleNeighbours) {
-  // Row at y [0,1]: eps 3 | background | eps 5, then a gap, then eps 5; row at [1,2]: 3 | 4.
+  // Row at y [0,1]: background | eps 3 | eps 5, then a gap, then eps 5; row at [1,2]: 3 | 4.
   std::vector<Medium*> m = make_media({{4, 5, 0, 1, 5},
-                                       {0, 1, 0, 1, 3},
-                                       {1, 2, 0, 1, -1},
+                                       {1, 2, 0, 1, 3},
+                                       {0, 1, 0, 1, -1},
                                        {2, 3, 0, 1, 5},
                                        {0, 1, 1, 2, 3},
                                        {1, 2, 1, 2, 4}});
   EXPECT_TRUE(MediumManager::merge_medium(true, m));
-  // 3 joins the background (taking 3), then 5 differs from 3: stays apart; the gap keeps the last
-  // 5 apart; different permittivities in the upper row stay apart.
+  // The background takes the 3 it joins, then 5 differs from 3: stays apart; the gap keeps the
+  // last 5 apart; different permittivities in the upper row stay apart.
   EXPECT_EQ(boxes_of(m), (std::vector<Box>{{0, 1, 1, 2, 3}, {0, 2, 0, 1, 3}, {1, 2, 1, 2, 4}, {2, 3, 0, 1, 5},
                                            {4, 5, 0, 1, 5}}));
   EXPECT_FALSE(MediumManager::merge_medium(true, m));
