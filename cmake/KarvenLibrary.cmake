@@ -30,6 +30,8 @@ function(karven_test folder)
     KARVEN_TEST_DIR="${CMAKE_CURRENT_SOURCE_DIR}/${folder}"
     KARVEN_VALIDATION_DIR="${PROJECT_SOURCE_DIR}/../shared/validation"
     KARVEN_BINARY="$<TARGET_FILE:karven>")
+  # Some tests run the tool itself.
+  add_dependencies(${target} karven)
   gtest_discover_tests(${target}
     WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${folder}
     DISCOVERY_TIMEOUT 60

@@ -1,1 +1,40 @@
-int main() { return 0; }
+// karven: draws wire cross-sections on a technology's metal stack and writes their capacitance
+// matrices, one JSON object per line.
+#include <omp.h>
+
+#include <CLI/CLI.hpp>
+
+#include "driver/karven.h"
+
+int main(int argc, char** argv) {
+    KarvenConfig config;
+    CLI::App app{"KARVEN: Pattern Generator", ""};
+    config.extraction.nthreads = omp_get_max_threads();
+
+    app.add_option("-i,--input", config.ctf_path, "Input CTF file path");
+    app.add_option("-o,--output", config.output_path, "Output file path");
+    app.add_option("-n,--nthreads", config.extraction.nthreads,
+                   "Number of threads (default: max available)");
+    app.add_option("-p,--precision", config.extraction.precision, "Precsion (default: 0.005)")
+        ->type_name("FLOAT")
+        ->expected(1)
+        ->type_size(1);
+    app.add_option("--merge-diel", config.extraction.merge_diel,
+                   "Merge dielectrics (default: true)")
+        ->type_name("BOOLEAN")
+        ->expected(1)
+        ->type_size(1);
+    app.add_option("--tmp-folder", config.tmp_folder,
+                   "Temporary folder for output (default: tmp/)");
+    app.add_option("--param-json", config.param_json_path,
+                   "Parameter JSON file path (default: none)");
+    app.add_option("--seed", config.extraction.seed, "Random seed (default: 1)");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e, std::cout, std::cerr);
+    }
+    KARVEN::Karven::generate(config);
+    return 0;
+}

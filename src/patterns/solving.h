@@ -1,0 +1,52 @@
+#pragma once
+// Joining patterns to the field solver: the solve domain, one solve per master, and the
+// correction that makes a noisy capacitance matrix symmetric with zero row sums.
+
+#include <array>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "patterns/generic.h"
+
+namespace KARVEN {
+
+using Matrix = std::vector<std::vector<double>>;
+// The conductors of one sample and its matrix, row by row.
+using PatternResult = std::pair<std::vector<Rect>, std::vector<double>>;
+
+// A field solver: capacitances of every wire to wires[0] (2N values with variances, or N).
+using FieldSolver = std::function<std::vector<double>(
+    const std::vector<Rect>& wires, const std::vector<std::array<double, 2>>& layers,
+    const std::vector<ConformalRect>& dielectrics, const Rect& window, double precision,
+    int seed)>;
+
+// Returns the in-process random-walk solver.
+const FieldSolver& fieldSolver();
+
+// The solve domain of a pattern: x across the family's window, y from the substrate top to
+// 100 above the last dielectric.
+Rect solveWindow(double window, const MCTF::MiniCTF& ctf);
+
+// Returns the stack's plates in the solver's form.
+std::vector<std::array<double, 2>> solverLayers(const MCTF::MiniCTF& ctf);
+
+// Solves `pattern` once with its first conductor as master and returns one value per role of
+// `family`, the last solver value folded into the first plane role.
+std::vector<double> solveRoles(const GenericStructure& family, const Pattern& pattern,
+                               const MCTF::MiniCTF& ctf, const ExtractionConfig& config,
+                               const FieldSolver& solve);
+
+// Solves every conductor of `pattern` as master and returns the constrained full matrix with the
+// conductors; prints a warning when the constraint leaves a large row sum.
+PatternResult solveFullMatrix(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
+                              const ExtractionConfig& config, const FieldSolver& solve);
+
+// Makes `c` symmetric, weighting each pair by the other's variance (a zero variance zeroes the
+// pair), then sets each diagonal so its row sums to zero. Returns false when a row's sum before
+// that step exceeded twice `tolerance` of its diagonal.
+bool constrain_matrix(Matrix& c, const Matrix& variances, double tolerance);
+// As above with the plain mean of each pair.
+bool constrain_matrix(Matrix& c, double tolerance);
+
+}  // namespace KARVEN

@@ -1,0 +1,118 @@
+#include "patterns/writer.h"
+
+#include <cmath>
+#include <fstream>
+#include <iostream>
+
+#include "patterns/derived.h"
+
+namespace KARVEN {
+
+std::string GenericStructure::writeSkip(const std::string& role) const {
+    auto found = skips.find(role);
+    if (found == skips.end()) return "";
+    std::string text;
+    for (const std::string& skipped : found->second) {
+        text += "$ skipping " + skipped + "\n";
+        text += "SSS -1.000000e+00\n";
+    }
+    return text;
+}
+
+namespace {
+
+// The reader of these libraries wants a complete table even for a skipped combination: one
+// point per axis and a sentinel value.
+void writeSkippedRole(std::ostream& out, const std::string& role) {
+    out << "$ " << role << "  covertically skipped\n";
+    out << "SSS 4.000000e+00\n";
+    for (int k = 0; k < 4; ++k) out << "SSS 1.000000e+00\n";
+    out << "SSS 2.000000e+00\nSSS 3.000000e+00\nSSS 4.000000e+00\nSSS 5.000000e+00\n"
+        << "SSS 1.100000e+00\nSSS -3.020000e+17\n";
+}
+
+}  // namespace
+
+int GenericStructure::writeCapLibs(const std::string& path,
+                                   const std::vector<std::pair<Layers, CapLib>>& libs) const {
+    std::ofstream out(path, std::ios::trunc);
+    if (!out) {
+        std::cerr << "Error: Unable to open file " << path << " for writing." << std::endl;
+        return 0;
+    }
+    out << std::scientific;
+    out.precision(6);
+
+    static const char* const labels[4] = {"st", "sb", "wb", "wt"};
+    // Two families have always listed their axes from the last to the first.
+    const bool reversed = name == "AAG" || name == "ABG";
+    const bool plateFirst = combination == PlatePair || combination == PlateTriple;
+
+    int rows = 0;
+    out << "$ Generic structures\n" << name << "\n";
+    for (const auto& [layers, lib] : libs) {
+        out << "$ Actual structure\n$";
+        for (const MCTF::ConductorLayer* l : layers) out << l->name << ' ';
+        out << "\n\n" << writeSkip("");
+        for (size_t i = 0; i < roles.size(); ++i) {
+            const std::string& role = roles[i];
+            out << "\n";
+            if (lib.values.empty()) {
+                writeSkippedRole(out, role);
+            } else {
+                out << "$ " << role << "\nSSS " << 4.0 << "\n\n$ sizes\n";
+                for (int a = 0; a < 4; ++a) {
+                    int k = reversed ? 3 - a : a;
+                    out << "SSS " << static_cast<double>(lib.params[k].size()) << "\n";
+                }
+                double wmin = layers[plateFirst ? 2 : 1]->wmin;
+                out << "\n$ sampling points\nSSS " << 3 * wmin << "\n\n";
+                for (int a = 0; a < 4; ++a) {
+                    int k = reversed ? 3 - a : a;
+                    out << "$ " << labels[k] << "\n";
+                    for (double v : lib.params[k]) out << "SSS " << v << "\n";
+                    out << "\n";
+                }
+                out << "$values\n";
+                for (size_t j = 0; j < lib.values.size(); ++j) {
+                    out << "Value" << j << ' ' << std::fabs(lib.values[j][i]) << "\n";
+                }
+            }
+            out << writeSkip(role);
+        }
+        rows += static_cast<int>(lib.values.size());
+    }
+    return rows;
+}
+
+void format_floats(json& value) {
+    if (value.is_array() || value.is_object()) {
+        for (json& element : value) format_floats(element);
+    } else if (value.is_number_float()) {
+        value = std::round(1e8 * value.get<double>()) / 1e8;
+    }
+}
+
+void Random::dump_to_json(std::vector<PatternResult>& results, const std::string& path) {
+    json samples;
+    for (size_t i = 0; i < results.size(); ++i) {
+        auto& [rects, matrix] = results[i];
+        json conductors = json::array();
+        for (Rect& r : rects) {
+            // The rectangle becomes centre x, centre y, width, height.
+            r = Rect{(r[0] + r[2]) * 0.5, (r[1] + r[3]) * 0.5, r[2] - r[0], r[3] - r[1]};
+            conductors.push_back({r[0], r[1], r[2], r[3]});
+        }
+        json sample;
+        sample["capacitances"] = matrix;
+        sample["conductors"] = std::move(conductors);
+        sample["id"] = static_cast<int64_t>(i);
+        sample["size"] = static_cast<uint64_t>(rects.size());
+        samples.push_back(std::move(sample));
+    }
+    format_floats(samples);
+    std::ofstream out(path, std::ios::trunc);
+    for (const json& sample : samples) out << sample.dump() << '\n';
+}
+
+}  // namespace KARVEN

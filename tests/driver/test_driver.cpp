@@ -1,0 +1,220 @@
+// The command line and the run sequence: option table, output folder, parameter file, factory
+// lookup and the totals line.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+
+#include "driver/karven.h"
+#include "patterns/derived.h"
+#include "patterns/generic.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct CommandResult {
+    int status;
+    std::string out;
+};
+
+// Runs the tool with `args`; returns its exit status and standard output and error together.
+CommandResult runTool(const std::string& args) {
+    std::string cmd = std::string(KARVEN_BINARY) + " " + args + " 2>&1";
+    FILE* pipe = popen(cmd.c_str(), "r");
+    std::string out;
+    char buf[512];
+    while (size_t n = fread(buf, 1, sizeof buf, pipe)) out.append(buf, n);
+    int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+// A family that records what the run hands it, registered under "Random" for one test.
+struct Recorded {
+    std::string output_path;
+    KARVEN::json params;
+    int calls = 0;
+};
+Recorded recorded;
+
+struct RecordingFamily : KARVEN::GenericStructure {
+    RecordingFamily() : GenericStructure("Random", AnyPair) {}
+    KARVEN::ParameterSet getParameterSet(const KARVEN::Layers&) override { return {}; }
+    KARVEN::Pattern actualStructure(const KARVEN::Layers&, const std::array<double, 4>&) override {
+        return {};
+    }
+    int populate(const std::string& out, const MCTF::MiniCTF&, const KARVEN::json& params,
+                 const KARVEN::ExtractionConfig&) override {
+        recorded.output_path = out;
+        recorded.params = params;
+        ++recorded.calls;
+        return 42;
+    }
+};
+
+class RunSequence : public testing::Test {
+protected:
+    void SetUp() override {
+        KARVEN::PatternFactory::regist(
+            "Random", [] { return std::make_unique<RecordingFamily>(); });
+        recorded = {};
+        dir = fs::path(testing::TempDir()) / ("karven_run_" + std::to_string(getpid()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        stack.appendConductor("M1", 0.5, 0.2);
+        stack.appendDielectric("D0", 0.0, 2.0, 3.9);
+        stack.finishStack();
+    }
+    void TearDown() override {
+        // Put the real family back for the other tests of this binary.
+        KARVEN::PatternFactory::regist("Random", [] { return std::make_unique<KARVEN::Random>(); });
+        fs::remove_all(dir);
+    }
+    std::string writeParams(const std::string& text) {
+        fs::path p = dir / "params.json";
+        std::ofstream(p) << text;
+        return p.string();
+    }
+    KarvenConfig config(const std::string& output) {
+        KarvenConfig c;
+        c.output_path = output;
+        return c;
+    }
+
+    fs::path dir;
+    MCTF::MiniCTF stack;
+};
+
+}  // namespace
+
+TEST(CommandLine, HelpListsOptionsInOrderWithTheirTexts) {
+    CommandResult r = runTool("--help");
+    EXPECT_EQ(r.status, 0);
+    const char* expected[] = {
+        "KARVEN: Pattern Generator",
+        "-i,--input TEXT             Input CTF file path",
+        "-o,--output TEXT            Output file path",
+        "-n,--nthreads INT           Number of threads (default: max available)",
+        "-p,--precision FLOAT        Precsion (default: 0.005)",
+        "--merge-diel BOOLEAN        Merge dielectrics (default: true)",
+        "--tmp-folder TEXT           Temporary folder for output (default: tmp/)",
+        "--param-json TEXT           Parameter JSON file path (default: none)",
+        "--seed INT                  Random seed (default: 1)",
+    };
+    size_t at = 0;
+    for (const char* line : expected) {
+        size_t found = r.out.find(line, at);
+        ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << r.out;
+        at = found;
+    }
+}
+
+TEST(CommandLine, ValuedMergeDielAndBadOptions) {
+    // --merge-diel takes a value; the run then stops at the empty CTF path, not at parsing.
+    CommandResult valued = runTool("--merge-diel false");
+    EXPECT_EQ(valued.out.find("was not expected"), std::string::npos) << valued.out;
+    EXPECT_NE(valued.out.find("Reading technology files is not available yet"), std::string::npos);
+
+    CommandResult bad = runTool("--bogus");
+    EXPECT_EQ(bad.status, 109);  // CLI11's code for an extra argument
+    EXPECT_NE(bad.out.find("The following argument was not expected: --bogus"), std::string::npos);
+
+    CommandResult noValue = runTool("--merge-diel");
+    EXPECT_NE(noValue.status, 0);
+    CommandResult notBool = runTool("--merge-diel maybe");
+    EXPECT_NE(notBool.status, 0);
+    CommandResult notFloat = runTool("-p fast");
+    EXPECT_NE(notFloat.status, 0);
+}
+
+TEST(OutputFolder, CutsAtTheLastSeparatorOfEitherKind) {
+    EXPECT_EQ(KARVEN::outputFolder("a/b/c.jsonl"), "a/b");
+    EXPECT_EQ(KARVEN::outputFolder("a\\b\\c.jsonl"), "a\\b");
+    EXPECT_EQ(KARVEN::outputFolder("a/b\\c.jsonl"), "a/b");
+    EXPECT_EQ(KARVEN::outputFolder("c.jsonl"), "c.jsonl");
+    EXPECT_EQ(KARVEN::outputFolder("/x.jsonl"), "");
+}
+
+TEST_F(RunSequence, CreatesNestedFoldersAndPrintsTotals) {
+    std::string out = (dir / "a/b/c.jsonl").string();
+    testing::internal::CaptureStdout();
+    KARVEN::Karven::generate(config(out), stack);
+    std::string text = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(fs::is_directory(dir / "a"));
+    EXPECT_TRUE(fs::is_directory(dir / "a/b"));
+    EXPECT_FALSE(fs::exists(dir / "a/b/c.jsonl"));
+    EXPECT_EQ(recorded.output_path, out);
+    EXPECT_TRUE(std::regex_match(text, std::regex(R"(Total solve count: 42, elapsed time: \S+ s\n)")))
+        << text;
+}
+
+TEST_F(RunSequence, PathWithoutSeparatorBecomesAFolder) {
+    fs::path cwd = fs::current_path();
+    fs::current_path(dir);
+    testing::internal::CaptureStdout();
+    KARVEN::Karven::generate(config("c.jsonl"), stack);
+    testing::internal::GetCapturedStdout();
+    fs::current_path(cwd);
+    EXPECT_TRUE(fs::is_directory(dir / "c.jsonl"));
+    EXPECT_EQ(recorded.calls, 1);
+}
+
+TEST_F(RunSequence, UnmakeableFolderReportsAndSkipsTheFamily) {
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    KARVEN::Karven::generate(config("/x.jsonl"), stack);
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error: Unable to create folder \n");
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(recorded.calls, 0);
+
+    // A file standing where a folder must go.
+    std::ofstream(dir / "file") << "x";
+    testing::internal::CaptureStderr();
+    KARVEN::Karven::generate(config((dir / "file/sub/out.jsonl").string()), stack);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Error: Unable to create folder " + (dir / "file/sub").string() + "\n");
+}
+
+TEST_F(RunSequence, ParameterFileCases) {
+    std::string out = (dir / "o.jsonl").string();
+    KarvenConfig c = config(out);
+
+    c.param_json_path = (dir / "missing.json").string();
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    KARVEN::Karven::generate(c, stack);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Warning: Unable to open JSON file " + c.param_json_path + "\n");
+    EXPECT_EQ(recorded.params, KARVEN::json::object());
+
+    c.param_json_path = writeParams("{}");
+    testing::internal::CaptureStdout();
+    KARVEN::Karven::generate(c, stack);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(recorded.params, KARVEN::json::object());
+
+    c.param_json_path = writeParams(R"({"Random": {"nsamples": 3}, "AAG": {"0": 1}})");
+    testing::internal::CaptureStdout();
+    KARVEN::Karven::generate(c, stack);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(recorded.params, KARVEN::json::parse(R"({"nsamples": 3})"));
+
+    c.param_json_path = writeParams("[1, 2]");
+    try {
+        KARVEN::Karven::generate(c, stack);
+        FAIL() << "an array must not be accepted";
+    } catch (const KARVEN::json::type_error& e) {
+        EXPECT_EQ(e.id, 306);
+        EXPECT_NE(std::string(e.what()).find("cannot use value() with array"), std::string::npos);
+    }
+
+    c.param_json_path = writeParams("{\"Random\": ");
+    EXPECT_THROW(KARVEN::Karven::generate(c, stack), KARVEN::json::parse_error);
+}

@@ -1,0 +1,175 @@
+// Bounded random input for the CTF reader: arbitrary bytes to the scanner and random token soup
+// to the element framework, with fixed seeds. Nothing may crash or hang, and the scanner's
+// output must agree with an independent reading of its rules.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <random>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "technology/ctf_error.h"
+#include "technology/ctf_interpreter.h"
+#include "technology/ctf_scanner.h"
+
+namespace {
+
+std::string randomBytes(std::mt19937& rng, std::size_t max_length) {
+    static const std::string ctf_like = "0123456789.eE+-_aZ{}(),#\r\n\t  @;";
+    std::uniform_int_distribution<std::size_t> length(0, max_length);
+    std::uniform_int_distribution<int> byte(0, 255);
+    const bool raw = rng() % 2 == 0;
+    std::string s(length(rng), ' ');
+    for (char& c : s)
+        c = raw ? static_cast<char>(byte(rng)) : ctf_like[rng() % ctf_like.size()];
+    return s;
+}
+
+// Start offsets of the lines of `s`: CR LF, LF and CR each end a line.
+std::vector<std::size_t> lineStarts(const std::string& s) {
+    std::vector<std::size_t> starts{0};
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '\r' && i + 1 < s.size() && s[i + 1] == '\n') ++i;
+        if (s[i] == '\r' || s[i] == '\n') starts.push_back(i + 1);
+    }
+    return starts;
+}
+
+std::size_t longestMatch(const std::regex& re, const std::string& s, std::size_t from) {
+    std::smatch m;
+    if (!std::regex_search(s.cbegin() + static_cast<long>(from), s.cend(), m, re,
+                           std::regex_constants::match_continuous))
+        return 0;
+    return static_cast<std::size_t>(m.length(0));
+}
+
+TEST(CtfFuzz, ScannerAgreesWithItsRulesOnRandomBytes) {
+    const std::regex name("[A-Za-z0-9][A-Za-z0-9_+-]*");
+    const std::regex number("[+-]?([0-9]+(\\.[0-9]*)?|\\.[0-9]*)([eE][+-]?[0-9]+)?");
+    const std::string starters = "{}()#, \t\r\n.+-";
+    for (unsigned seed : {11u, 12u, 13u}) {
+        std::mt19937 rng(seed);
+        for (int iter = 0; iter < 2000; ++iter) {
+            const std::string text = randomBytes(rng, 200);
+            std::string buf = text + std::string(2, '\0');
+            std::vector<std::string> tokens;
+            std::vector<CtfContext> contexts;
+            std::vector<std::vector<std::string>> comments;
+            int error = 0;
+            std::uint64_t line = 0, pos = 0;
+            yylex_parse_file(buf.data(), static_cast<int>(buf.size()), tokens, contexts, comments,
+                             error, line, pos);
+            SCOPED_TRACE("seed " + std::to_string(seed) + " iteration " + std::to_string(iter));
+            ASSERT_EQ(contexts.size(), tokens.size());
+            ASSERT_LE(comments.size(), tokens.size() + 1);
+            const auto starts = lineStarts(text);
+            std::size_t end_of_last = 0;
+            for (std::size_t t = 0; t < tokens.size(); ++t) {
+                ASSERT_LT(contexts[t].first, starts.size());
+                const std::size_t at = starts[contexts[t].first] + contexts[t].second;
+                ASSERT_GE(at, end_of_last);
+                ASSERT_EQ(text.compare(at, tokens[t].size(), tokens[t]), 0) << tokens[t];
+                end_of_last = at + tokens[t].size();
+                if (tokens[t].size() == 1 && std::string("{}()").find(tokens[t][0]) != std::string::npos)
+                    continue;
+                // The longest of the name and number matches at the token's start.
+                const std::size_t longest =
+                    std::max(longestMatch(name, text, at), longestMatch(number, text, at));
+                ASSERT_EQ(tokens[t].size(), longest) << tokens[t];
+            }
+            if (error) {
+                ASSERT_LT(line, starts.size());
+                const std::size_t at = starts[line] + pos;
+                ASSERT_LT(at, text.size());
+                const unsigned char c = static_cast<unsigned char>(text[at]);
+                const bool alnum = std::isalnum(c) && c < 0x80;
+                const bool starter = starters.find(static_cast<char>(c)) != std::string::npos;
+                // Either no rule starts with the byte, or it is a sign that starts no number.
+                if (starter || alnum) {
+                    ASSERT_TRUE(c == '+' || c == '-') << int(c);
+                    ASSERT_EQ(longestMatch(number, text, at), 0u);
+                }
+            }
+        }
+    }
+}
+
+// Words of the language and a few others, in a fixed order.
+std::vector<std::string> vocabularyOf(const CtfInterpreter& ci) {
+    std::vector<std::string> words;
+    for (const auto& entry : ci.keyword_table) words.push_back(entry.first);
+    for (const char* extra : {"{", "{", "{", "}", "}", "}", ")", "(", "1", "-2.5", "1e999", "x",
+                              "capacitive_only", "M1", ".", "0", "3e-3"})
+        words.push_back(extra);
+    std::sort(words.begin(), words.end());  // the table's order is not fixed
+    return words;
+}
+
+std::string tokenSoup(std::mt19937& rng, const std::vector<std::string>& words, int max_words) {
+    static const char* const separators[] = {" ", "\n", ",", "\t", " # note\n", "\r\n"};
+    std::string text;
+    const int n = static_cast<int>(rng() % static_cast<unsigned>(max_words + 1));
+    for (int i = 0; i < n; ++i) text += words[rng() % words.size()] + separators[rng() % 6];
+    return text;
+}
+
+// Reads elements the way the top-level reader does, until the end or the first error.
+void readAll(CtfInterpreter& ci) {
+    while (!ci.stream.tokens.empty()) {
+        try {
+            ci.processElem();
+        } catch (const Ctf_Error& e) {
+            ASSERT_FALSE(e.text.empty());
+            return;
+        }
+        ASSERT_LT(ci.stream.current, ci.stream.tokens.size());
+        if (!ci.stream.next()) return;
+    }
+}
+
+TEST(CtfFuzz, ElementFrameworkSurvivesTokenSoup) {
+    CtfInterpreter ci;
+    ci.initProcessors();
+    const auto words = vocabularyOf(ci);
+    ElementProcessor* tuple = ci.processorOf("CtfTuple");
+    for (unsigned seed : {21u, 22u}) {
+        std::mt19937 rng(seed);
+        for (int iter = 0; iter < 5000; ++iter) {
+            const std::string text = tokenSoup(rng, words, 60);
+            std::istringstream in(text);
+            ci.lexer(in);
+            readAll(ci);
+            // Maps give "(" back whatever happened inside them.
+            ASSERT_EQ(ci.boundTo("("), tuple) << text;
+        }
+    }
+}
+
+TEST(CtfFuzz, DamagedFilesThroughTheWholeReader) {
+    CtfInterpreter ci;
+    ci.initProcessors();
+    const auto words = vocabularyOf(ci);
+    for (unsigned seed : {31u, 32u}) {
+        std::mt19937 rng(seed);
+        for (int iter = 0; iter < 5000; ++iter) {
+            std::string text = iter % 4 == 0 ? randomBytes(rng, 300) : tokenSoup(rng, words, 80);
+            // A few damaged bytes anywhere, sometimes none.
+            const unsigned damage = rng() % 4;
+            for (unsigned d = 0; d < damage && !text.empty(); ++d)
+                text[rng() % text.size()] = static_cast<char>(rng() % 256);
+            std::istringstream in(text);
+            try {
+                ci.lexer(in);
+            } catch (const Ctf_Lexical_Error& e) {
+                ASSERT_EQ(e.text.rfind("Unexpected character at line: ", 0), 0u);
+                continue;
+            }
+            readAll(ci);
+        }
+    }
+}
+
+}  // namespace
