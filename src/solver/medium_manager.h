@@ -42,8 +42,9 @@ struct MediumLayer {
     std::vector<double> raw_eps;  // their permittivities
     std::vector<Medium*> media;   // owned rectangles that are not layers
 
-    // An empty stack: vacuum, with its guards, so that a search on it is still valid.
-    MediumLayer() { guard(); }
+    // Empty until set_layers/guard: z stays empty so "no stack" can be told apart (the mirrored
+    // stack without reflecting walls). Searches need guard() to have run.
+    MediumLayer() = default;
     MediumLayer(const MediumLayer& o);
     MediumLayer& operator=(const MediumLayer& o);
     MediumLayer(MediumLayer&& o) noexcept;

@@ -15,9 +15,16 @@
 #include "solver/net_manager.h"
 
 // ---- Allocation counter for the whole test binary: counts every operator new while armed. ----
+// Not under AddressSanitizer, whose own operators check new/delete pairing for every solver test.
+#if defined(__SANITIZE_ADDRESS__)
+#define KARVEN_COUNT_ALLOCS 0
+#else
+#define KARVEN_COUNT_ALLOCS 1
+#endif
 namespace {
 std::atomic<bool> g_count_allocs{false};
 std::atomic<long> g_allocs{0};
+#if KARVEN_COUNT_ALLOCS
 void* counted_alloc(std::size_t n) {
     if (g_count_allocs.load(std::memory_order_relaxed))
         g_allocs.fetch_add(1, std::memory_order_relaxed);
@@ -63,6 +70,9 @@ void operator delete(void* p, const std::nothrow_t&) noexcept {
 void operator delete[](void* p, const std::nothrow_t&) noexcept {
     std::free(p);
 }
+#else
+}  // namespace
+#endif
 
 namespace karven_test {
 std::pair<int, std::string> run_in_child(const std::function<void()>& fn);  // test_shapes.cpp
@@ -672,7 +682,9 @@ TEST(SolverNets, NeighborMakesNoVirtualCallForRectanglesAndAllocatesNothing) {
             sum_ret += nm.neighbor(p, hit, r, nm.nets[3], false);
         }
         g_count_allocs = false;
-        EXPECT_EQ(g_allocs.load(), 0);
+        if (KARVEN_COUNT_ALLOCS) {
+            EXPECT_EQ(g_allocs.load(), 0);
+        }
         EXPECT_GT(sum_ret, 0);  // some queries were absorbed
         long calls = 0;
         for (const SpyRectangle* s : spies) calls += s->calls;
@@ -687,6 +699,7 @@ TEST(SolverNets, NeighborMakesNoVirtualCallForRectanglesAndAllocatesNothing) {
         EXPECT_GT(spies[1]->calls, 0);
     }
     // The counter itself works.
+    if (!KARVEN_COUNT_ALLOCS) return;
     g_allocs = 0;
     g_count_allocs = true;
     auto* probe = new std::vector<int>(3);
