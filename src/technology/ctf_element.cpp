@@ -221,8 +221,10 @@ ElementProcessor* CtfDummystruct::translate(CtfInterpreter* ci) {
     long depth = 1;
     while (depth > 0) {
         if (!ts.next()) fail(ci, "cannot find the end of the table");
-        if (ts.token() == "{") ++depth;
-        else if (ts.token() == "}") --depth;
+        if (ts.token() == "{")
+            ++depth;
+        else if (ts.token() == "}")
+            --depth;
     }
     return this;
 }

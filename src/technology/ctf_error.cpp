@@ -4,15 +4,18 @@
 
 Ctf_Error::~Ctf_Error() = default;
 
-Ctf_Error Ctf_Error::emptyFile() { return Ctf_Error("CTF error: empty ctf file."); }
+Ctf_Error Ctf_Error::emptyFile() {
+    return Ctf_Error("CTF error: empty ctf file.");
+}
 
 namespace {
 
 std::string syntaxText(TokenStream& stream, const char* message, long token_index) {
     if (token_index >= 0) stream.current = static_cast<std::uint64_t>(token_index);
     const CtfContext where = stream.contextAt(stream.current);
-    std::string text = "CTF error at \"" + stream.token() + "\", line: " +
-                       std::to_string(where.first + 1) + ", pos: " + std::to_string(where.second);
+    std::string text = "CTF error at \"" + stream.token() +
+                       "\", line: " + std::to_string(where.first + 1) +
+                       ", pos: " + std::to_string(where.second);
     if (message) {
         text += ", ";
         text += message;

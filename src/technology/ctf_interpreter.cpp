@@ -23,92 +23,49 @@ template <class T>
 ElementProcessor* make() {
     return new T;
 }
-ElementProcessor* namedTable() { return new CtfPendingTable(1, false); }
-ElementProcessor* subTable() { return new CtfPendingTable(0, false); }
-ElementProcessor* maskTable() { return new CtfPendingTable(1, true); }
-ElementProcessor* tupleTable() { return new CtfPendingTuplevector; }
+ElementProcessor* namedTable() {
+    return new CtfPendingTable(1, false);
+}
+ElementProcessor* subTable() {
+    return new CtfPendingTable(0, false);
+}
+ElementProcessor* maskTable() {
+    return new CtfPendingTable(1, true);
+}
+ElementProcessor* tupleTable() {
+    return new CtfPendingTuplevector;
+}
 
 const std::vector<ProcessorSlot>& slots() {
     static const std::vector<ProcessorSlot> table = {
         {"CtfNumberAttri",
          make<CtfNumberAttri>,
-         {"half_node_scale_factor",
-          "density_grid",
-          "gtemp",
-          "background_er",
-          "thickness",
-          "er",
-          "rho",
-          "rpv",
-          "side_thickness",
-          "top_thickness",
-          "via_size",
-          "side_tan",
-          "damage_size",
-          "damage_er",
-          "width_var",
-          "capaci_only_width_var",
-          "resistive_only_width_var",
-          "num_tables",
-          "wmin",
-          "smin",
-          "gate2contact_smin",
-          "insulation_thickness",
-          "insulation_er",
-          "bottom_diel_er",
-          "bottom_diel_thickness",
-          "bw_t",
-          "drop_factor",
-          "drop_factor_lateral_spacing",
-          "extensionmin",
-          "fill_ratio",
-          "fill_spacing",
-          "fill_width",
-          "fin_spacing",
-          "fin_w",
-          "fin_l",
-          "fin_thickness",
-          "raised_diffusion_growth",
-          "gate_oxide_top_t",
-          "gate_oxide_side_t",
-          "gate_poly_top_t",
-          "gate_poly_side_t",
-          "gate_poly_extension",
-          "gate_oxide_er",
-          "channel_er",
-          "raiseddiffu_etch",
-          "raiseddiffu_gateside_conformal_er",
-          "raiseddiffu_thickness",
-          "raiseddiffu2gate_smin",
-          "crt1",
-          "crt2",
-          "t_zero",
-          "nmask",
-          "core_size",
-          "waist_size",
-          "waist_corner_radius",
-          "source_height",
-          "drain_height",
-          "gate_height",
-          "gate_expansion_range",
-          "gate_oxide_thickness",
-          "corner_rounding_points",
-          "gate_expansion_slice",
+         {"half_node_scale_factor", "density_grid", "gtemp", "background_er", "thickness", "er",
+          "rho", "rpv", "side_thickness", "top_thickness", "via_size", "side_tan", "damage_size",
+          "damage_er", "width_var", "capaci_only_width_var", "resistive_only_width_var",
+          "num_tables", "wmin", "smin", "gate2contact_smin", "insulation_thickness",
+          "insulation_er", "bottom_diel_er", "bottom_diel_thickness", "bw_t", "drop_factor",
+          "drop_factor_lateral_spacing", "extensionmin", "fill_ratio", "fill_spacing", "fill_width",
+          "fin_spacing", "fin_w", "fin_l", "fin_thickness", "raised_diffusion_growth",
+          "gate_oxide_top_t", "gate_oxide_side_t", "gate_poly_top_t", "gate_poly_side_t",
+          "gate_poly_extension", "gate_oxide_er", "channel_er", "raiseddiffu_etch",
+          "raiseddiffu_gateside_conformal_er", "raiseddiffu_thickness", "raiseddiffu2gate_smin",
+          "crt1", "crt2", "t_zero", "nmask", "core_size", "waist_size", "waist_corner_radius",
+          "source_height", "drain_height", "gate_height", "gate_expansion_range",
+          "gate_oxide_thickness", "corner_rounding_points", "gate_expansion_slice",
           // The device attributes are listed twice; the second binding changes nothing.
-          "gate_oxide_er",
-          "channel_er"}},
+          "gate_oxide_er", "channel_er"}},
         {"CtfStringAttri",
          make<CtfStringAttri>,
-         {"use_si_density",  "technology",      "bottom",          "top",
-          "dielectric_layer", "layer_type",      "linked_to",       "associated_conductor",
-          "dual_poly",       "fill_type",       "ref_direction",   "etch_associated_layer",
-          "process_corner",  "process_foundry", "process_node",    "process_type",
-          "process_version", "drain_layer",     "gate_layer",      "source_layer"}},
+         {"use_si_density",   "technology",      "bottom",        "top",
+          "dielectric_layer", "layer_type",      "linked_to",     "associated_conductor",
+          "dual_poly",        "fill_type",       "ref_direction", "etch_associated_layer",
+          "process_corner",   "process_foundry", "process_node",  "process_type",
+          "process_version",  "drain_layer",     "gate_layer",    "source_layer"}},
         {"CtfStandalone",
          make<CtfStandalone>,
-         {"resistive_only", "capacitive_only", "etch_from_top", "parallel2ref",
-          "perpendicular2ref", "parallel2gate", "is_planar", "is_gate", "is_conformal",
-          "is_diff"}},
+         {"resistive_only", "capacitive_only", "etch_from_top", "parallel2ref", "perpendicular2ref",
+          "parallel2gate", "is_planar", "is_gate", "is_conformal", "is_diff"}},
         {"CtfVector",
          make<CtfVector>,
          {"spacings",
@@ -220,7 +177,9 @@ CtfProcessorFactory registeredCtfProcessor(const char* class_name) {
     return it == table.end() ? nullptr : it->second;
 }
 
-CtfInterpreter::~CtfInterpreter() { clearProcessors(); }
+CtfInterpreter::~CtfInterpreter() {
+    clearProcessors();
+}
 
 void CtfInterpreter::clearProcessors() {
     for (ElementProcessor* p : processors) delete p;
@@ -246,8 +205,7 @@ int CtfInterpreter::lexer(std::istream& in) {
     std::uint64_t error_pos = 0;
     yylex_parse_file(buffer.get(), static_cast<int>(count + 2), stream.tokens, stream.contexts,
                      stream.comments, error, error_line, error_pos);
-    if (error)
-        throw Ctf_Lexical_Error(static_cast<int>(error_line), static_cast<int>(error_pos));
+    if (error) throw Ctf_Lexical_Error(static_cast<int>(error_line), static_cast<int>(error_pos));
     return 1;
 }
 

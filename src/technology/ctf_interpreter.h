@@ -6,7 +6,11 @@
 // registerCtfProcessor (usually through CTF_REGISTER_PROCESSOR in its own .cpp, next to its
 // virtual functions) is built by initProcessors in place of the generic stand-in that otherwise
 // reads its statement. The keywords it serves are fixed by the keyword table below.
+// The library is static, so a .cpp is linked only when something uses one of its symbols: keep
+// the registration in the file that defines the class's virtual functions, which a reader that
+// dynamic_casts to the class pulls in.
 
+#include <cstddef>
 #include <cstdint>
 #include <istream>
 #include <memory>
@@ -34,10 +38,9 @@ CtfProcessorFactory registeredCtfProcessor(const char* class_name);
 
 // Registers `Class` (default-constructible, derived from ElementProcessor) under its own name at
 // program start. Use at namespace scope in the class's .cpp.
-#define CTF_REGISTER_PROCESSOR(Class)                                                  \
-    [[maybe_unused]] static const bool ctf_registered_##Class =                        \
-        (registerCtfProcessor(#Class, []() -> ElementProcessor* { return new Class; }), \
-         true)
+#define CTF_REGISTER_PROCESSOR(Class)                           \
+    [[maybe_unused]] static const bool ctf_registered_##Class = \
+        (registerCtfProcessor(#Class, []() -> ElementProcessor* { return new Class; }), true)
 
 class CtfInterpreter {
 public:

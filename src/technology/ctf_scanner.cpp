@@ -7,8 +7,12 @@
 
 namespace {
 
-bool isDigit(unsigned char c) { return c >= '0' && c <= '9'; }
-bool isLetter(unsigned char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool isDigit(unsigned char c) {
+    return c >= '0' && c <= '9';
+}
+bool isLetter(unsigned char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
 bool isNameByte(unsigned char c) {
     return isDigit(c) || isLetter(c) || c == '_' || c == '+' || c == '-';
 }
@@ -136,8 +140,7 @@ int yylex_parse_file(char* buffer, int length, std::vector<std::string>& tokens,
     contexts.clear();
     comments.clear();
     ScanState s{reinterpret_cast<const unsigned char*>(buffer),
-                length > 2 ? static_cast<std::size_t>(length - 2) : 0, tokens, contexts,
-                comments};
+                length > 2 ? static_cast<std::size_t>(length - 2) : 0, tokens, contexts, comments};
     s.run();
     error = s.lex_error;
     error_line = s.lex_error_linenum;

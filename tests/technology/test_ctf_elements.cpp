@@ -117,8 +117,8 @@ TEST(CtfForms, NamedNumberVectorAndAscent) {
         c.ci.processElem();  // "widths w2 widths": the token after the name is no brace
         FAIL();
     } catch (const Ctf_Syntax_Error& e) {
-        EXPECT_EQ(e.text, at("widths", 1, 20,
-                             "expecting vector element list beginning with LEFT BRACE"));
+        EXPECT_EQ(e.text,
+                  at("widths", 1, 20, "expecting vector element list beginning with LEFT BRACE"));
     }
 }
 
@@ -209,15 +209,14 @@ TEST(CtfForms, KeyValueMapErrors) {
 TEST(CtfForms, StringPairVector) {
     Ctf c("gate_diffusion_layer_pair { (g1 d1) (g2 d2) }");
     auto* v = c.read<CtfStrPairVector>();
-    EXPECT_EQ(v->pairs, (std::vector<std::pair<std::string, std::string>>{{"g1", "d1"},
-                                                                           {"g2", "d2"}}));
+    EXPECT_EQ(v->pairs,
+              (std::vector<std::pair<std::string, std::string>>{{"g1", "d1"}, {"g2", "d2"}}));
     EXPECT_EQ(c.cursor(), 10u);
     EXPECT_EQ(c.ci.boundTo("("), c.ci.processorOf("CtfTuple"));
 
     const std::string kw = "gate_diffusion_layer_pair ";  // 26 bytes
-    EXPECT_EQ(errorOf(kw + "(g d)"),
-              at("gate_diffusion_layer_pair", 1, 0,
-                 "expecting vector element list beginning with LEFT BRACE"));
+    EXPECT_EQ(errorOf(kw + "(g d)"), at("gate_diffusion_layer_pair", 1, 0,
+                                        "expecting vector element list beginning with LEFT BRACE"));
     EXPECT_EQ(errorOf(kw + "{ is_gate }"),
               at("is_gate", 1, 28, "expecting string tuple beginning with LEFT PARENTHESIS"));
     EXPECT_EQ(errorOf(kw + "{ ("), at("(", 1, 28, "expecting string"));
@@ -308,11 +307,27 @@ TEST(CtfForms, IgnoredTableSkipsToTheMatchingBrace) {
               at("y", 1, 18, "expecting table content beginning with LEFT BRACE"));
 }
 
+// Brings back the generic stand-ins of the named classes for one test, whatever real classes
+// the build has registered, and restores the registrations afterwards.
+class StandIns {
+public:
+    StandIns(std::initializer_list<const char*> classes) {
+        for (const char* c : classes) saved.emplace_back(c, registerCtfProcessor(c, nullptr));
+    }
+    ~StandIns() {
+        for (auto& [c, f] : saved) registerCtfProcessor(c, f);
+    }
+
+private:
+    std::vector<std::pair<const char*, CtfProcessorFactory>> saved;
+};
+
 TEST(CtfInterpreterTest, UnknownKeywordAndDefaultProcessor) {
     EXPECT_EQ(errorOf("\n  foo { }"), at("foo", 2, 2, "unknown keyword"));
     EXPECT_EQ(errorOf("etch 1"), at("etch", 1, 0, "unknown keyword"));  // not in the table
 
     // Unbound tokens go to the default processor when there is one: a sub table stand-in.
+    StandIns generic{"CtfContact_gate_table"};
     Ctf c("sub1 { values { 1 2 } }");
     c.ci.default_processor = c.ci.processorOf("CtfContact_gate_table");
     auto* sub = c.read<Ctfstruct>();
@@ -419,10 +434,12 @@ TEST(CtfInterpreterTest, KeywordTableMatchesTheLanguage) {
 }
 
 TEST(CtfInterpreterTest, StandInsReadTheirStatementsGenerically) {
-    Ctf c("conductor M1 { thickness 1 widths { 1 2 } }\n"
-          "mask (1 2) (2 1) { widths { 1 } }\n"
-          "thickness_var_from_d capacitive_only { (0.1 0.2) (0.3 0.4) }\n"
-          "dielectric { }");
+    StandIns generic{"CtfConductor", "CtfMaskEtchTable", "CtfThickness_density", "CtfDielectric"};
+    Ctf c(
+        "conductor M1 { thickness 1 widths { 1 2 } }\n"
+        "mask (1 2) (2 1) { widths { 1 } }\n"
+        "thickness_var_from_d capacitive_only { (0.1 0.2) (0.3 0.4) }\n"
+        "dielectric { }");
     auto* conductor = c.read<Ctfstruct>();
     EXPECT_EQ(conductor->keyword, "conductor");
     EXPECT_EQ(conductor->name, "M1");
@@ -453,7 +470,16 @@ public:
     double total = 0;
 };
 
+class MacroRegistered : public CtfStandalone {};
+CTF_REGISTER_PROCESSOR(MacroRegistered);
+
 TEST(CtfInterpreterTest, RegisteredClassReplacesTheStandIn) {
+    CtfProcessorFactory macro = registeredCtfProcessor("MacroRegistered");
+    ASSERT_NE(macro, nullptr);
+    ElementProcessor* made = macro();
+    EXPECT_NE(dynamic_cast<MacroRegistered*>(made), nullptr);
+    delete made;
+
     CtfProcessorFactory before = registeredCtfProcessor("CtfConductor");
     CtfProcessorFactory replaced = registerCtfProcessor(
         "CtfConductor", []() -> ElementProcessor* { return new FakeConductor; });

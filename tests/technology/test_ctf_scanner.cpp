@@ -37,7 +37,9 @@ Scan scan(const std::string& text) {
     return s;
 }
 
-Strings tokensOf(const std::string& text) { return scan(text).tokens; }
+Strings tokensOf(const std::string& text) {
+    return scan(text).tokens;
+}
 
 TEST(CtfScanner, DotOnlyInsideNumbers) {
     Scan s = scan("M1.2");
@@ -209,8 +211,8 @@ TEST(CtfLexer, ReadStopsSilentlyTwoBytesShortOfSixteenMebibytes) {
             ci.lexer(in);
             FAIL() << "no error";
         } catch (const Ctf_Lexical_Error& e) {
-            EXPECT_EQ(e.text, "Unexpected character at line: 1, pos: " +
-                                  std::to_string(limit - 1) + ".\n");
+            EXPECT_EQ(e.text,
+                      "Unexpected character at line: 1, pos: " + std::to_string(limit - 1) + ".\n");
         }
     }
 }
