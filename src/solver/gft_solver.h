@@ -84,6 +84,7 @@ public:
   std::vector<int> node_to_interface;
   std::vector<double> eps;
 
+  // An empty (homogeneous) stack with no results yet.
   gft_solver();
 
   // Solves the record named by code for interfaces on grid nodes (ascending, 1..23) with
