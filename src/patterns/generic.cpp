@@ -27,10 +27,9 @@ std::vector<ConformalRect> Pattern::flattenConformals() const {
 GenericStructure::GenericStructure(std::string name_, CombinationType combination_)
     : name(std::move(name_)), combination(combination_) {}
 
-int GenericStructure::populate(const std::string&, const MCTF::MiniCTF&, const json&,
-                               const ExtractionConfig&) {
-    throw std::runtime_error("Capacitance libraries of family \"" + name +
-                             "\" cannot be generated yet");
+int GenericStructure::populate(const std::string& output_path, const MCTF::MiniCTF& ctf,
+                               const json& params, const ExtractionConfig& config) {
+    return writeCapLibs(output_path, solveCapLibs(ctf, params, config));
 }
 
 std::unordered_map<std::string, StructureCreator>& PatternFactory::registry() {

@@ -65,8 +65,9 @@ std::vector<double> solveRoles(const GenericStructure& family, const Pattern& pa
     return answer;
 }
 
-PatternResult solveFullMatrix(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
-                              const ExtractionConfig& config, const FieldSolver& solve) {
+bool solveConstrained(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
+                      const ExtractionConfig& config, const FieldSolver& solve,
+                      PatternResult& result) {
     const std::vector<ConformalRect> coats = solverCoats(pattern, config);
     const std::vector<std::array<double, 2>> layers = solverLayers(ctf);
     const Rect domain = solveWindow(window, ctf);
@@ -89,11 +90,17 @@ PatternResult solveFullMatrix(double window, Pattern& pattern, const MCTF::MiniC
     }
     double tolerance = std::fabs(config.precision);
     bool ok = E.empty() ? constrain_matrix(C, tolerance) : constrain_matrix(C, E, tolerance);
-    if (!ok) std::cout << "[WARN]: large row sum after constraining." << std::endl;
-
-    PatternResult result;
     result.first = std::move(pattern.conductors);
+    result.second.clear();
     for (const auto& row : C) result.second.insert(result.second.end(), row.begin(), row.end());
+    return ok;
+}
+
+PatternResult solveFullMatrix(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
+                              const ExtractionConfig& config, const FieldSolver& solve) {
+    PatternResult result;
+    if (!solveConstrained(window, pattern, ctf, config, solve, result))
+        std::cout << "[WARN]: large row sum after constraining." << std::endl;
     return result;
 }
 
@@ -191,11 +198,6 @@ std::vector<std::pair<Layers, CapLib>> GenericStructure::solveCapLibs(
         bar.tick(name);
     }
     return libs;
-}
-
-PatternResult Random::solve_pattern_full_matrix(Pattern& pattern, const MCTF::MiniCTF& ctf,
-                                                const ExtractionConfig& config) {
-    return solveFullMatrix(window, pattern, ctf, config, fieldSolver());
 }
 
 }  // namespace KARVEN

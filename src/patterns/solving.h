@@ -37,8 +37,14 @@ std::vector<double> solveRoles(const GenericStructure& family, const Pattern& pa
                                const MCTF::MiniCTF& ctf, const ExtractionConfig& config,
                                const FieldSolver& solve);
 
-// Solves every conductor of `pattern` as master and returns the constrained full matrix with the
-// conductors; prints a warning when the constraint leaves a large row sum.
+// Solves every conductor of `pattern` as master and puts the conductors (moved out of the
+// pattern) and the constrained matrix into `result`. Returns false when the constraint left a
+// row sum above twice the precision.
+bool solveConstrained(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
+                      const ExtractionConfig& config, const FieldSolver& solve,
+                      PatternResult& result);
+
+// As solveConstrained, and returns the result; prints a warning when the constraint failed.
 PatternResult solveFullMatrix(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
                               const ExtractionConfig& config, const FieldSolver& solve);
 

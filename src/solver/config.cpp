@@ -8,26 +8,28 @@ namespace RW2D {
 std::atomic<Debugger::Sink> Debugger::sink_{nullptr};
 
 Config Config::for_entry(double precision, std::uint32_t seed) {
-  Config c;
-  c.mc.precision = precision;
-  c.mc.seed = seed;
-  return c;
+    Config c;
+    c.mc.precision = precision;
+    c.mc.seed = seed;
+    return c;
 }
 
 void Debugger::raise_error(std::string_view message) {
-  // A fatal solver error deliberately leaves exit status 0 and does not unwind.
-  std::fwrite("\033[31m[ERROR]", 1, 12, stdout);
-  std::fwrite(message.data(), 1, message.size(), stdout);
-  std::fwrite("\033[0m\n", 1, 5, stdout);
-  std::fflush(stdout);
-  std::exit(0);
+    // A fatal solver error deliberately leaves exit status 0 and does not unwind.
+    std::fwrite("\033[31m[ERROR]", 1, 12, stdout);
+    std::fwrite(message.data(), 1, message.size(), stdout);
+    std::fwrite("\033[0m\n", 1, 5, stdout);
+    std::fflush(stdout);
+    std::exit(0);
 }
 
-Debugger::Sink Debugger::set_sink(Sink sink) { return sink_.exchange(sink); }
+Debugger::Sink Debugger::set_sink(Sink sink) {
+    return sink_.exchange(sink);
+}
 
 void Debugger::stderr_sink(std::string_view line) {
-  std::fwrite(line.data(), 1, line.size(), stderr);
-  std::fputc('\n', stderr);
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    std::fputc('\n', stderr);
 }
 
 }  // namespace RW2D

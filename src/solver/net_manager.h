@@ -20,129 +20,134 @@ enum NormDir : std::uint32_t;
 
 // One conductor. Owns its shape and Gaussian rectangle.
 struct WireNet {
-  std::uint32_t net_kind = 0;   // 0: Gaussian rectangle at a common margin; 1: per-side clearances
-  Shape* shape = nullptr;
-  Rectangle* gauss = nullptr;   // set on the master only
-  WireNet* partner = nullptr;   // mirror partner found by NetManager::symmetry_test
-  bool is_master = false;
-  std::string name;
+    std::uint32_t net_kind = 0;  // 0: Gaussian rectangle at a common margin; 1: per-side clearances
+    Shape* shape = nullptr;
+    Rectangle* gauss = nullptr;  // set on the master only
+    WireNet* partner = nullptr;  // mirror partner found by NetManager::symmetry_test
+    bool is_master = false;
+    std::string name;
 
-  WireNet() = default;
-  WireNet(const WireNet&) = delete;
-  WireNet& operator=(const WireNet&) = delete;
-  ~WireNet();
+    WireNet() = default;
+    WireNet(const WireNet&) = delete;
+    WireNet& operator=(const WireNet&) = delete;
+    ~WireNet();
 
-  // Master only (others return at once): sets gauss to the master's box grown by half the
-  // clearance to the nearest other net, and, without reflecting walls, to the window sides.
-  // margin is not read. Raises "wire net overlap" in the per-side form when a net overlaps.
-  void build_gauss_surface(std::vector<WireNet*>& nets, Rectangle* window, double margin, bool neumann);
+    // Master only (others return at once): sets gauss to the master's box grown by half the
+    // clearance to the nearest other net, and, without reflecting walls, to the window sides.
+    // margin is not read. Raises "wire net overlap" in the per-side form when a net overlaps.
+    void build_gauss_surface(std::vector<WireNet*>& nets, Rectangle* window, double margin,
+                             bool neumann);
 };
 
 // Four-point cumulative table over the sides of the Gaussian rectangle.
 struct GaussSampler {
-  double* cdf = nullptr;
-  int count = 0;
+    double* cdf = nullptr;
+    int count = 0;
 
-  GaussSampler() = default;
-  GaussSampler(const GaussSampler&) = delete;
-  GaussSampler& operator=(const GaussSampler&) = delete;
-  ~GaussSampler() { delete[] cdf; }
+    GaussSampler() = default;
+    GaussSampler(const GaussSampler&) = delete;
+    GaussSampler& operator=(const GaussSampler&) = delete;
+    ~GaussSampler() { delete[] cdf; }
 };
 
 class NetManager {
- public:
-  GaussSampler* sampler = nullptr;
-  std::int32_t grid_nx = 0, grid_ny = 0;
-  Rectangle* wire_window = nullptr;      // bounding box of all nets (grid mode)
-  Rectangle* neighbor_window = nullptr;  // region covered by the grid (grid mode)
-  std::vector<std::vector<WireNet*>> grid;  // grid_nx * grid_ny cells, index y*nx + x
-  double max_radius = 0.0;
-  Config::SpaceArgs space;
-  Config::ApproxArgs approx;
-  std::uint32_t boundary = 1;            // 1: reflecting window sides, 0: absorbing
-  MediumManager media;
-  Rectangle* window = nullptr;
-  Rectangle* outer_window = nullptr;     // reflecting walls only: window grown by its own size
-  WireNet* master = nullptr;
-  bool symmetric = false;
-  std::vector<WireNet*> nets;
-  std::vector<std::pair<double, Rectangle*>> pieces;  // owned dielectric pieces, not overlapping
+public:
+    GaussSampler* sampler = nullptr;
+    std::int32_t grid_nx = 0, grid_ny = 0;
+    Rectangle* wire_window = nullptr;         // bounding box of all nets (grid mode)
+    Rectangle* neighbor_window = nullptr;     // region covered by the grid (grid mode)
+    std::vector<std::vector<WireNet*>> grid;  // grid_nx * grid_ny cells, index y*nx + x
+    double max_radius = 0.0;
+    Config::SpaceArgs space;
+    Config::ApproxArgs approx;
+    std::uint32_t boundary = 1;  // 1: reflecting window sides, 0: absorbing
+    MediumManager media;
+    Rectangle* window = nullptr;
+    Rectangle* outer_window = nullptr;  // reflecting walls only: window grown by its own size
+    WireNet* master = nullptr;
+    bool symmetric = false;
+    std::vector<WireNet*> nets;
+    std::vector<std::pair<double, Rectangle*>> pieces;  // owned dielectric pieces, not overlapping
 
-  // In-memory route: wires (first is the master), planar stack {bottom y, eps} bottom-up,
-  // dielectric rectangles (later wins), and the window. Raises "parser error: nets empty".
-  NetManager(const std::vector<Rectangle>& wires, const std::vector<std::array<double, 2>>& layers,
-             const std::vector<std::pair<double, Rectangle>>& dielectrics, const Rectangle& window,
-             const Config::SpaceArgs& space, const Config::ApproxArgs& approx);
-  // Structure-text route; defined with the structure-text reader.
-  NetManager(std::string path, const Config::SpaceArgs& space, const Config::ApproxArgs& approx);
-  NetManager(const NetManager&) = delete;
-  NetManager& operator=(const NetManager&) = delete;
-  ~NetManager();
+    // In-memory route: wires (first is the master), planar stack {bottom y, eps} bottom-up,
+    // dielectric rectangles (later wins), and the window. Raises "parser error: nets empty".
+    NetManager(const std::vector<Rectangle>& wires,
+               const std::vector<std::array<double, 2>>& layers,
+               const std::vector<std::pair<double, Rectangle>>& dielectrics,
+               const Rectangle& window, const Config::SpaceArgs& space,
+               const Config::ApproxArgs& approx);
+    // Structure-text route; defined with the structure-text reader.
+    NetManager(std::string path, const Config::SpaceArgs& space, const Config::ApproxArgs& approx);
+    NetManager(const NetManager&) = delete;
+    NetManager& operator=(const NetManager&) = delete;
+    ~NetManager();
 
-  // Builds the search grid when neighbor_mode is NEIGHBOR_GRID (bounding data in any mode).
-  void preprocess();
+    // Builds the search grid when neighbor_mode is NEIGHBOR_GRID (bounding data in any mode).
+    void preprocess();
 
-  // Nearest conductor or boundary of p. Returns 2 when p touches a conductor (hit set) or the
-  // absorbing/guard boundary (hit null), with r = 0; otherwise 0 with r the half side of a
-  // conductor-free square around p and hit the nearest net if a net was nearer than the boundary.
-  // last, if given, is tried first. first has no effect. Raises "Point inside some net." (scan
-  // mode) and "not implemented" (unknown mode). Allocates nothing; no virtual call for rectangles.
-  int neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* last, bool first) const;
+    // Nearest conductor or boundary of p. Returns 2 when p touches a conductor (hit set) or the
+    // absorbing/guard boundary (hit null), with r = 0; otherwise 0 with r the half side of a
+    // conductor-free square around p and hit the nearest net if a net was nearer than the boundary.
+    // last, if given, is tried first. first has no effect. Raises "Point inside some net." (scan
+    // mode) and "not implemented" (unknown mode). Allocates nothing; no virtual call for
+    // rectangles.
+    int neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* last, bool first) const;
 
-  // Start point on the Gaussian surface; defined with the walk engine.
-  WalkPoint sample(NormDir& dir, RandGen* rng) const;
+    // Start point on the Gaussian surface; defined with the walk engine.
+    WalkPoint sample(NormDir& dir, RandGen* rng) const;
 
-  // Sets symmetric when the nets pair up as mirror images about the master's vertical axis.
-  void symmetry_test();
-  // Appends to pieces the eight mirror images of each piece about the window's sides.
-  void mirror_medium();
-  // One approximate merge pass over pieces (series permittivity within approx.merge_tolerance);
-  // returns true if the count changed.
-  bool merge_medium(bool along_x, bool coarse);
+    // Sets symmetric when the nets pair up as mirror images about the master's vertical axis.
+    void symmetry_test();
+    // Appends to pieces the eight mirror images of each piece about the window's sides.
+    void mirror_medium();
+    // One approximate merge pass over pieces (series permittivity within approx.merge_tolerance);
+    // returns true if the count changed.
+    bool merge_medium(bool along_x, bool coarse);
 
-  // Text of one box for the external solver; defined with the structure-text reader.
-  static std::string format_ref(const Rectangle& r, const std::string& name, const std::string& suffix,
-                                const Rectangle& window);
+    // Text of one box for the external solver; defined with the structure-text reader.
+    static std::string format_ref(const Rectangle& r, const std::string& name,
+                                  const std::string& suffix, const Rectangle& window);
 
-  // ---- Construction steps shared by both routes ----
-  // Cuts each dielectric by the edges of later ones crossing its interior; returns owned cells.
-  static std::vector<std::pair<double, Rectangle*>> split_dielectrics(
-      const std::vector<std::pair<double, Rectangle>>& dielectrics);
-  // Moves a wire that sticks out of the window's bottom or top to a thin sheet just inside it.
-  static void clip_wire(Rectangle& wire, const Rectangle& window);
-  // Deletes every cell that a later cell overlaps by more than 1e-8 on all sides; keeps order.
-  static void filter_pieces(std::vector<std::pair<double, Rectangle*>>& cells);
-  // After media.init: mirror (reflecting walls), merge the media until stable, log the counts.
-  void finish_media();
-  // After the nets exist: radius, master check, Gaussian surface, sampler, search index.
-  void finish_nets();
-  // Rebuilds the flat search arrays from nets (and the grid lists when present). Call again after
-  // replacing a net's shape.
-  void index_nets();
+    // ---- Construction steps shared by both routes ----
+    // Cuts each dielectric by the edges of later ones crossing its interior; returns owned cells.
+    static std::vector<std::pair<double, Rectangle*>> split_dielectrics(
+        const std::vector<std::pair<double, Rectangle>>& dielectrics);
+    // Moves a wire that sticks out of the window's bottom or top to a thin sheet just inside it.
+    static void clip_wire(Rectangle& wire, const Rectangle& window);
+    // Deletes every cell that a later cell overlaps by more than 1e-8 on all sides; keeps order.
+    static void filter_pieces(std::vector<std::pair<double, Rectangle*>>& cells);
+    // After media.init: mirror (reflecting walls), merge the media until stable, log the counts.
+    void finish_media();
+    // After the nets exist: radius, master check, Gaussian surface, sampler, search index.
+    void finish_nets();
+    // Rebuilds the flat search arrays from nets (and the grid lists when present). Call again after
+    // replacing a net's shape.
+    void index_nets();
 
- private:
-  // Flat copy of what the query reads: the bounding box, and the shape only when it needs a
-  // virtual distance (null for rectangles).
-  struct NetBox {
-    double left, right, bottom, top;
-    const Shape* virt;
-    WireNet* net;
-  };
-  struct Bounds {
-    double left = 0, right = 0, bottom = 0, top = 0;
-  };
+private:
+    // Flat copy of what the query reads: the bounding box, and the shape only when it needs a
+    // virtual distance (null for rectangles).
+    struct NetBox {
+        double left, right, bottom, top;
+        const Shape* virt;
+        WireNet* net;
+    };
+    struct Bounds {
+        double left = 0, right = 0, bottom = 0, top = 0;
+    };
 
-  std::vector<NetBox> boxes_;
-  std::vector<std::int32_t> cell_start_;  // grid cells as offsets into cell_items_
-  std::vector<std::int32_t> cell_items_;  // indices into boxes_
-  Bounds win_, outer_, nw_, ww_;
-  bool grid_ready_ = false;
+    std::vector<NetBox> boxes_;
+    std::vector<std::int32_t> cell_start_;  // grid cells as offsets into cell_items_
+    std::vector<std::int32_t> cell_items_;  // indices into boxes_
+    Bounds win_, outer_, nw_, ww_;
+    bool grid_ready_ = false;
+    bool all_rectangles_ = true;
 
-  int scan_all(const Vector2D& p, WireNet*& hit, double& r) const;
-  int scan_grid(const Vector2D& p, WireNet*& hit, double& r) const;
-  int classify_all(const Vector2D& p, WireNet*& hit, double& r) const;
-  int boundary_step(const Vector2D& p, WireNet*& hit, double& r) const;
-  void build_grid_index();
+    int scan_all(const Vector2D& p, WireNet*& hit, double& r) const;
+    int scan_grid(const Vector2D& p, WireNet*& hit, double& r) const;
+    int classify_all(const Vector2D& p, WireNet*& hit, double& r) const;
+    int boundary_step(const Vector2D& p, WireNet*& hit, double& r) const;
+    void build_grid_index();
 };
 
 }  // namespace RW2D

@@ -1,0 +1,229 @@
+// The random sample generator and structure input, with a stand-in field solver whose coupling
+// falls off with the gap between two rectangles (symmetric, rows summing to zero).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "patterns/derived.h"
+
+namespace fs = std::filesystem;
+using KARVEN::json;
+
+namespace {
+
+double gap(const KARVEN::Rect& a, const KARVEN::Rect& b) {
+    double dx = std::max({0.0, b[0] - a[2], a[0] - b[2]});
+    double dy = std::max({0.0, b[1] - a[3], a[1] - b[3]});
+    return std::hypot(dx, dy);
+}
+
+std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
+                                  const std::vector<std::array<double, 2>>&,
+                                  const std::vector<KARVEN::ConformalRect>&, const KARVEN::Rect&,
+                                  double, int) {
+    const size_t n = wires.size();
+    std::vector<double> r(2 * n, 1e-8);
+    r[0] = 0.0;
+    for (size_t j = 1; j < n; ++j) {
+        r[j] = -std::exp(-gap(wires[0], wires[j]));
+        r[0] -= r[j];
+    }
+    return r;
+}
+
+std::string readFile(const fs::path& p) {
+    std::ifstream in(p);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+std::vector<json> readSamples(const fs::path& p) {
+    std::vector<json> out;
+    std::ifstream in(p);
+    for (std::string line; std::getline(in, line);) out.push_back(json::parse(line));
+    return out;
+}
+
+class RandomSamples : public testing::Test {
+protected:
+    // Six usable metal layers of growing width, one dielectric.
+    void SetUp() override {
+        for (int k = 0; k < 6; ++k) {
+            double w = 0.1 * (k + 1);
+            ctf.appendConductor("M" + std::to_string(k + 1), 0.5 * (k + 1), 0.2, w, w);
+        }
+        ctf.appendDielectric("D", 0.0, 4.0, 3.9);
+        ctf.finishStack();
+        dir = fs::path(testing::TempDir()) / ("random_" + std::to_string(getpid()));
+        fs::create_directories(dir);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    // Runs the family quietly; returns the sample count and keeps what it printed.
+    int run(const json& params, const std::string& file, int threads = 1) {
+        KARVEN::Random family;
+        KARVEN::ExtractionConfig config{threads, 0.005, true, 7};
+        testing::internal::CaptureStdout();
+        int count = family.populate((dir / file).string(), ctf, params, config, falloffSolver);
+        printed = testing::internal::GetCapturedStdout();
+        window = family.window;
+        return count;
+    }
+
+    MCTF::MiniCTF ctf;
+    fs::path dir;
+    std::string printed;
+    double window = 0;
+};
+
+}  // namespace
+
+TEST_F(RandomSamples, SingleWireSamplesFollowTheDrawOrder) {
+    json params = {{"nsamples", 3}, {"poisson_lambda", 0}, {"window", 40.0},
+                   {"conductor_window", 8.0}, {"exponent_base", 0.75}};
+    ASSERT_EQ(run(params, "one.jsonl"), 3);
+    auto samples = readSamples(dir / "one.jsonl");
+    ASSERT_EQ(samples.size(), 3u);
+
+    // Replay each sample with the standard library's laws in the stated order.
+    const double Wc = 8.0, B = 40.0, right = 0.4995 * Wc;
+    std::vector<double> weights;
+    for (uint32_t i = 0; i < static_cast<uint32_t>(B / 0.1); ++i) weights.push_back(std::pow(0.75, i));
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(i);
+        std::mt19937 engine(i + 7);
+        std::vector<const MCTF::ConductorLayer*> copy = ctf.conductors;
+        int drawn = std::uniform_int_distribution<int>(3, 5)(engine);
+        std::shuffle(copy.begin(), copy.end(), engine);  // drawn < 6 layers
+        EXPECT_EQ(std::poisson_distribution<int>(0.0)(engine) + 1, 1);
+        const MCTF::ConductorLayer* layer = copy[std::uniform_int_distribution<int>(0, drawn - 1)(engine)];
+        double hw = layer->wmin / 2, h;
+        if (engine() % 10 != 0) {
+            auto f = static_cast<int64_t>(right / hw);
+            std::discrete_distribution<int> law(weights.begin(), weights.begin() + f);
+            h = f > 1 ? hw * (law(engine) + 1) : hw;
+        } else {
+            h = hw + (right - hw) * std::generate_canonical<double, 53>(engine);
+        }
+        const json& c = samples[i]["conductors"];
+        ASSERT_EQ(samples[i]["size"], 2);
+        EXPECT_NEAR(c[0][0].get<double>(), 0.0, 1e-8);
+        EXPECT_NEAR(c[0][1].get<double>(), (layer->z_bottom + layer->z_top) / 2, 1e-8);
+        EXPECT_NEAR(c[0][2].get<double>(), 2 * h, 1e-8);
+        EXPECT_EQ(c[1], json({0.0, -0.05, 40.0, 0.1}));  // the plate
+    }
+}
+
+TEST_F(RandomSamples, OneThreadIsByteIdenticalAndWiresKeepTheirRules) {
+    json params = {{"nsamples", 6}, {"poisson_lambda", 3}, {"window", 30.0},
+                   {"conductor_window", 10.0}};
+    run(params, "a.jsonl");
+    run(params, "b.jsonl");
+    std::string a = readFile(dir / "a.jsonl");
+    EXPECT_FALSE(a.empty());
+    EXPECT_EQ(a, readFile(dir / "b.jsonl"));
+
+    for (const json& s : readSamples(dir / "a.jsonl")) {
+        const json& c = s["conductors"];
+        size_t n = c.size();
+        EXPECT_EQ(s["size"], n);
+        EXPECT_EQ(s["capacitances"].size(), n * n);
+        for (size_t a = 0; a + 1 < n; ++a) {
+            // inside the conductor window, and apart from wires at the same height
+            EXPECT_LE(std::fabs(c[a][0].get<double>()) + c[a][2].get<double>() / 2, 5.0 + 1e-6);
+            for (size_t b = a + 1; b + 1 < n; ++b) {
+                if (c[a][1] != c[b][1]) continue;
+                double g = std::fabs(c[a][0].get<double>() - c[b][0].get<double>()) -
+                           (c[a][2].get<double>() + c[b][2].get<double>()) / 2;
+                EXPECT_GT(g, 0.1 - 0.001 - 1e-6);
+            }
+        }
+    }
+}
+
+TEST_F(RandomSamples, WindowRules) {
+    run({{"nsamples", 0}, {"window", -1.0}, {"conductor_window", 10.0}}, "w.jsonl");
+    EXPECT_NE(printed.find("[INFO] conductor window=10, boundary window=20\n"), std::string::npos);
+    EXPECT_EQ(window, 20.0);
+    EXPECT_EQ(readFile(dir / "w.jsonl"), "");  // nsamples 0: an empty file
+
+    run({{"nsamples", 0}, {"window", 12.0}, {"conductor_window", 50.0}}, "w.jsonl");
+    EXPECT_NE(printed.find("[INFO] conductor window=12, boundary window=12\n"), std::string::npos);
+}
+
+TEST_F(RandomSamples, AutomaticWindowFallsBackToTheMiddleLayer) {
+    run({{"nsamples", 0}, {"window", 100.0}, {"window_layer", "NOPE"}}, "auto.jsonl");
+    // Six usable layers: the middle one is index 2, M3 (w 0.3, s 0.3).
+    EXPECT_NE(printed.find("M3 Factor 2(0.6) Ratio: "), std::string::npos) << printed;
+    // The gap to the neighbour is 0.3 factor and the plate lies 1.5 below, so the stand-in's
+    // ratio e^-g / (e^-g + e^-1.5) first drops below 1% where g > 6.10: at factor 22.
+    EXPECT_NE(printed.find("M3 Factor 20(6) Ratio: "), std::string::npos) << printed;
+    EXPECT_NE(printed.find("Max found distance: 13.2\n"), std::string::npos) << printed;
+    EXPECT_EQ(printed.find("M3 Factor 24"), std::string::npos);
+}
+
+TEST_F(RandomSamples, FewerThanFiveLayersWork) {
+    MCTF::MiniCTF small;
+    small.appendConductor("A", 0.5, 0.2, 0.1, 0.1);
+    small.appendConductor("B", 1.0, 0.2, 0.2, 0.2);
+    small.appendDielectric("D", 0.0, 2.0, 3.9);
+    small.finishStack();
+    KARVEN::Random family;
+    testing::internal::CaptureStdout();
+    int count = family.populate((dir / "s.jsonl").string(), small,
+                                {{"nsamples", 5}, {"window", 20.0}, {"conductor_window", 6.0}},
+                                {1, 0.005, true, 1}, falloffSolver);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(count, 5);
+    EXPECT_EQ(readSamples(dir / "s.jsonl").size(), 5u);
+}
+
+TEST_F(RandomSamples, StructureFileRoundTripAndBadLines) {
+    run({{"nsamples", 4}, {"poisson_lambda", 2}, {"window", 30.0}, {"conductor_window", 10.0}},
+        "drawn.jsonl");
+    auto drawn = readSamples(dir / "drawn.jsonl");
+    // Name each wire's layer from its height, as a user adds "layers" to a sample file.
+    std::ofstream structures(dir / "structures.jsonl");
+    for (json s : drawn) {
+        json names = json::array();
+        for (const json& c : s["conductors"]) {
+            std::string name = "substrate";
+            for (const auto* l : ctf.conductors)
+                if (std::fabs((l->z_bottom + l->z_top) / 2 - c[1].get<double>()) < 1e-9) name = l->name;
+            names.push_back(name);
+        }
+        s["layers"] = names;
+        structures << s.dump() << "\n";
+    }
+    structures << "\n" << R"({"conductors": [[0, 0.6, 0.1, 0.2], [5, 0.6, 0.1, 0.2]], "layers": ["M1", "M9"]})" << "\n";
+    structures.close();
+
+    KARVEN::Random family;
+    testing::internal::CaptureStderr();
+    int count = 0;
+    testing::internal::CaptureStdout();
+    count = family.populate((dir / "again.jsonl").string(), ctf,
+                            {{"structure_input", (dir / "structures.jsonl").string()}, {"window", 30.0}},
+                            {1, 0.005, true, 1}, falloffSolver);
+    std::string out = testing::internal::GetCapturedStdout();
+    std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(count, 5);
+    EXPECT_NE(err.find("Error parsing JSON line: "), std::string::npos);
+    EXPECT_NE(out.find("[WARN]: invalid layer name \"M9\" for conductor 1 in sample 4\n"), std::string::npos);
+    auto again = readSamples(dir / "again.jsonl");
+    ASSERT_EQ(again.size(), 5u);
+    for (size_t i = 0; i < drawn.size(); ++i) EXPECT_EQ(again[i]["conductors"], drawn[i]["conductors"]);
+    EXPECT_EQ(again[4]["size"], 2);  // the wire on an unknown layer is left out
+}
+
+TEST(ParseJsonl, MissingFileGivesNothing) {
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(KARVEN::parse_jsonl("/no/such/file.jsonl").empty());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error: Unable to open file /no/such/file.jsonl\n");
+}
