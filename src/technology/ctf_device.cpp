@@ -234,19 +234,17 @@ ElementProcessor* CtfDiff_gate_table::translate(CtfInterpreter* ci) {
     processHead(ci);
 
     std::vector<double> caps, gate2contact, contact2contact, first_axis;
-    bool has_caps = false, has_g2c = false, has_c2c = false, has_gate_w = false,
-         has_pitch = false;
+    bool has_caps = false, has_g2c = false, has_c2c = false, has_gate_w = false, has_pitch = false;
     ElementProcessor* element = nullptr;
     long start = 0;
     while (readField(ci, element, start)) {
         auto* v = dynamic_cast<CtfVector*>(element);
         if (!v) fail(ci, kUnknownSubField, start);
         const bool is_axis = v->keyword == "gate2contact_spacings" ||
-                             v->keyword == "contact2contact_spacings" ||
-                             v->keyword == "gate_w" || v->keyword == "gate_pitch";
+                             v->keyword == "contact2contact_spacings" || v->keyword == "gate_w" ||
+                             v->keyword == "gate_pitch";
         if (v->keyword != "caps_per_micron" && !is_axis) fail(ci, kUnknownSubField, start);
-        if (v->values.empty())
-            fail(ci, "expecting at least one number value in the vector", start);
+        if (v->values.empty()) fail(ci, "expecting at least one number value in the vector", start);
         if (is_axis && !v->isAscent()) fail(ci, "elements must be in ascending order", start);
         if (v->keyword == "caps_per_micron") {
             caps = v->values;
@@ -306,7 +304,8 @@ ElementProcessor* CtfGate2Diff_cap::translate(CtfInterpreter* ci) {
     auto* count = dynamic_cast<CtfNumberAttri*>(element);
     if (!count || count->keyword != "num_tables") fail(ci, kNoCount, start);
     const std::int32_t n = truncated(count->value);
-    if (n < 1) fail(ci, "invalid sub table number of the width_var_from_contact_gate_s table", start);
+    if (n < 1)
+        fail(ci, "invalid sub table number of the width_var_from_contact_gate_s table", start);
 
     while (readField(ci, element, start)) {
         auto* sub = dynamic_cast<CtfDiff_gate_table*>(element);

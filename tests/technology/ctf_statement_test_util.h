@@ -78,12 +78,12 @@ inline std::string errorAt(const std::string& text, const std::string& word, int
 }
 
 // Expects reading `text` to fail with `message` at the nth occurrence of `word`.
-#define EXPECT_STATEMENT_ERROR(text, word, nth, message)                                  \
-    do {                                                                                  \
-        const std::string statement_text_ = (text);                                       \
-        EXPECT_EQ(::stmt_test::errorOf(statement_text_),                                  \
-                  ::stmt_test::errorAt(statement_text_, word, nth, message))              \
-            << statement_text_;                                                           \
+#define EXPECT_STATEMENT_ERROR(text, word, nth, message)                     \
+    do {                                                                     \
+        const std::string statement_text_ = (text);                          \
+        EXPECT_EQ(::stmt_test::errorOf(statement_text_),                     \
+                  ::stmt_test::errorAt(statement_text_, word, nth, message)) \
+            << statement_text_;                                              \
     } while (0)
 
 // Sets engine switches for one test and removes them afterwards.

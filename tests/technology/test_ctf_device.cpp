@@ -24,8 +24,9 @@ std::string fin(const std::string& extra, const std::string& body = kFinBody) {
 }
 
 TEST(CtfMultiGate, FullStatementFillsTheModel) {
-    Statement s(fin("  fin_l 0.5 raised_diffusion_growth 0 gate_poly_extension 0.004\n"
-                    "  gate_diffusion_layer_pair { (PO2 OD2) (PO3 OD3) }\n"));
+    Statement s(
+        fin("  fin_l 0.5 raised_diffusion_growth 0 gate_poly_extension 0.004\n"
+            "  gate_diffusion_layer_pair { (PO2 OD2) (PO3 OD3) }\n"));
     auto* m = s.read<CtfMultiGate>();
     ASSERT_NE(m, nullptr);
     const MultiGateModel& g = m->model;
@@ -100,10 +101,15 @@ TEST(CtfMultiGate, HeadAndFieldErrors) {
 
 TEST(CtfMultiGate, RequiredFieldsAreReportedInOrderAtTheKeyword) {
     // With only the first k required lines present, the (k+1)-th is the one reported.
-    const char* lines[] = {"fin_spacing 0.05", "fin_w 0.01",       "fin_thickness 0.04",
-                           "gate_oxide_side_t 0.002", "gate_oxide_top_t 0.003",
-                           "gate_poly_top_t 0.02",    "gate_oxide_er 20",
-                           "channel_er 11.9",         "gate_diffusion_layer_pair { (PO OD) }"};
+    const char* lines[] = {"fin_spacing 0.05",
+                           "fin_w 0.01",
+                           "fin_thickness 0.04",
+                           "gate_oxide_side_t 0.002",
+                           "gate_oxide_top_t 0.003",
+                           "gate_poly_top_t 0.02",
+                           "gate_oxide_er 20",
+                           "channel_er 11.9",
+                           "gate_diffusion_layer_pair { (PO OD) }"};
     const char* messages[] = {"fin_spacing must be specified",
                               "fin_w must be specified",
                               "fin_thickness must be specified",
@@ -153,8 +159,9 @@ std::string pillar(const std::string& extra, const std::string& body = kPillarBo
 }
 
 TEST(CtfSAMT_VPT, FullStatementFillsTheModel) {
-    Statement s(pillar(" waist_corner_radius 0.04 corner_rounding_points 7.8\n"
-                       " gate_expansion_slice 0.005\n"));
+    Statement s(
+        pillar(" waist_corner_radius 0.04 corner_rounding_points 7.8\n"
+               " gate_expansion_slice 0.005\n"));
     auto* p = s.read<CtfSAMT_VPT>();
     ASSERT_NE(p, nullptr);
     const SAMT_VPT_Model& m = p->model;
@@ -200,8 +207,8 @@ TEST(CtfSAMT_VPT, ValueRulesReportAtTheAttribute) {
     }
     EXPECT_STATEMENT_ERROR("samt_vpt V { gate_expansion_range -0.1 }", "gate_expansion_range", 1,
                            "gate_expansion_range can not be negative value");
-    EXPECT_STATEMENT_ERROR("samt_vpt V { corner_rounding_points -1 }", "corner_rounding_points",
-                           1, "corner_rounding_points can not be negative value");
+    EXPECT_STATEMENT_ERROR("samt_vpt V { corner_rounding_points -1 }", "corner_rounding_points", 1,
+                           "corner_rounding_points can not be negative value");
     EXPECT_STATEMENT_ERROR("samt_vpt V { fin_w 1 }", "fin_w", 1, "unknow field in the table");
     EXPECT_STATEMENT_ERROR("samt_vpt V { layer_type GATE }", "layer_type", 1,
                            "unknow field in the table");
@@ -351,8 +358,8 @@ TEST(CtfGate2Diff_cap, ErrorTexts) {
                            "unknown field in the sub table");
     EXPECT_STATEMENT_ERROR(sub(" gate2contact_spacings { } "), "gate2contact_spacings", 1,
                            "expecting at least one number value in the vector");
-    EXPECT_STATEMENT_ERROR(sub(" contact2contact_spacings { 2 1 } "), "contact2contact_spacings",
-                           1, "elements must be in ascending order");
+    EXPECT_STATEMENT_ERROR(sub(" contact2contact_spacings { 2 1 } "), "contact2contact_spacings", 1,
+                           "elements must be in ascending order");
     EXPECT_STATEMENT_ERROR(sub(" gate_w { 1 } caps_per_micron { 1 } "), "OD", 1,
                            "missing necessary fields for the table");
     // With gate_pitch the gate-to-contact axis does not stand in for the one it needs.
