@@ -496,8 +496,8 @@ TEST(CtfInterpreterTest, RegisteredClassReplacesTheStandIn) {
     registerCtfProcessor("CtfConductor", before);
     CtfInterpreter plain;
     plain.initProcessors();
-    EXPECT_EQ(dynamic_cast<FakeConductor*>(plain.processorOf("CtfConductor")),
-              before ? plain.processorOf("CtfConductor") : nullptr);
+    // The restored factory no longer builds the fake.
+    EXPECT_EQ(dynamic_cast<FakeConductor*>(plain.processorOf("CtfConductor")), nullptr);
 }
 
 TEST(CtfInterpreterTest, DeepNestingIsAnErrorNotACrash) {
@@ -505,7 +505,8 @@ TEST(CtfInterpreterTest, DeepNestingIsAnErrorNotACrash) {
     for (int i = 0; i < 100000; ++i) text += "crt_area { ";
     Ctf c(text);
     EXPECT_THROW(c.ci.processElem(), Ctf_Syntax_Error);
-    // Moderate nesting of tables inside tables is still read.
+    // Moderate nesting of tables inside tables is still read (by the generic reader).
+    StandIns generic{"CtfConductor"};
     std::string ok;
     for (int i = 0; i < 50; ++i) ok += "conductor { ";
     for (int i = 0; i < 50; ++i) ok += "} ";
