@@ -1,5 +1,8 @@
 #include "technology/minictf.h"
 
+#include "technology/process_info.h"
+#include "technology/task.h"
+
 #include <cmath>
 #include <cstdint>
 #include <iterator>
@@ -12,9 +15,17 @@ MiniCTF::MiniCTF() : substrate_ref(&substrate) {}
 
 void MiniCTF::parseCtf(const std::string& ctf_path) {
     clearStack();
-    // The CTF reader is not part of this build yet; say so instead of running on an empty stack.
-    throw std::runtime_error("Reading technology files is not available yet: cannot read \"" +
-                             ctf_path + "\"");
+    Task task;
+    task.ctf_file = ctf_path;
+    ProcessInfo info;
+    // A failed read has been logged; the stack is built from whatever layers it left.
+    info.parseCtfwithInterpreter(task);
+    for (const Conductor& c : info.conductors)
+        appendConductor(c.name, c.base, c.thickness, c.wmin, c.smin, c.side_tan);
+    for (const ConformalLayer& d : info.dielectrics)
+        appendDielectric(d.name, d.base, d.thickness, d.er, d.side_thickness, d.top_thickness,
+                         d.bw_t, d.bottoms);
+    finishStack();
 }
 
 void MiniCTF::clearStack() {

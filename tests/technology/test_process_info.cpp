@@ -1,0 +1,311 @@
+// The process database reader: the running height, the top-level rules, wafer-side selection,
+// the derived coat offsets and via heights, the two layer map files, and the reduced stack.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "driver/pargument.h"
+#include "technology/ctf_error.h"
+#include "technology/minictf.h"
+#include "technology/process_info.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* const kTsv =
+    "tsv T1 { bottom M1 top BM1 via_size 5 rho 0.02 thickness 50 insulation_thickness 0.2 "
+    "insulation_er 3.9 }\n";
+
+class ProcessInfoRead : public testing::Test {
+protected:
+    void SetUp() override {
+        PARG::clear();
+        dir = fs::path(testing::TempDir()) / ("pinfo_" + std::to_string(getpid()));
+        fs::create_directories(dir);
+    }
+    void TearDown() override {
+        PARG::clear();
+        fs::remove_all(dir);
+    }
+    std::string write(const std::string& name, const std::string& text) {
+        fs::path p = dir / name;
+        std::ofstream(p) << text;
+        return p.string();
+    }
+    // Reads `ctf` into `info`; returns the status and keeps what was logged.
+    int read(const std::string& ctf) {
+        Task task;
+        task.ctf_file = write("t.ctf", ctf);
+        testing::internal::CaptureStdout();
+        int status = info.parseCtfwithInterpreter(task);
+        logged = testing::internal::GetCapturedStdout();
+        return status;
+    }
+    const Conductor& conductor(const std::string& name) {
+        return info.conductors.at(info.conductor_index.at(name));
+    }
+
+    fs::path dir;
+    ProcessInfo info;
+    std::string logged;
+};
+
+}  // namespace
+
+TEST_F(ProcessInfoRead, RunningHeightStacksDielectricsNotConductors) {
+    ASSERT_EQ(read("dielectric D0 { thickness 1 er 4 }\n"
+                   "conductor M1 { rho 0.02 thickness 0.5 }\n"
+                   "conductor M2 { rho 0.02 thickness 0.25 bottom_diel_thickness 0.1 bottom_diel_er 3.0 }\n"
+                   "dielectric C1 { thickness 0.5 er 7 bottom M1 bottom M2 side_thickness 0.01 "
+                   "top_thickness 0.02 }\n"
+                   "dielectric C2 { thickness 0 er 5 bottom M1 side_thickness 0.03 "
+                   "top_thickness 0.04 }\n"
+                   "conductor M3 { rho 0.02 thickness 0.2 }\n"
+                   "dielectric D1 { thickness 2 er 3 }\n"
+                   "via V1 { bottom M1 top M3 rpv 1 via_size 0.1 }\n"
+                   "via V0 { bottom substrate top M1 rpv 1 via_size 0.1 }\n"),
+              1)
+        << logged;
+    EXPECT_DOUBLE_EQ(conductor("M1").base, 1.0);
+    EXPECT_DOUBLE_EQ(conductor("M2").base, 1.1);  // same height plus its bottom dielectric
+    EXPECT_DOUBLE_EQ(info.dielectrics[1].base, 1.0);
+    EXPECT_DOUBLE_EQ(conductor("M3").base, 1.5);  // the coat with thickness raised the height
+    EXPECT_DOUBLE_EQ(info.dielectrics.at(3).base, 1.5);
+    EXPECT_EQ(info.layer_order,
+              (std::vector<std::string>{"D0", "M1", "M2", "C1", "C2", "M3", "D1"}));
+    // Coats of M1 inner first: C1 at offset 0, C2 outside it by C1's thicknesses.
+    EXPECT_EQ(conductor("M1").conformal_ids, (std::vector<int32_t>{1, 2}));
+    EXPECT_EQ(conductor("M1").conformal_side_offsets, (std::vector<double>{0.0, 0.01}));
+    EXPECT_EQ(conductor("M1").conformal_top_offsets, (std::vector<double>{0.0, 0.02}));
+    // Vias run from the top of the bottom conductor to the base of the top one.
+    const Via& v1 = info.vias[info.via_index.at("V1")];
+    EXPECT_DOUBLE_EQ(v1.base, 1.5);
+    EXPECT_DOUBLE_EQ(v1.thickness, 0.0);
+    const Via& v0 = info.vias[info.via_index.at("V0")];
+    EXPECT_DOUBLE_EQ(v0.base, 0.0);
+    EXPECT_DOUBLE_EQ(v0.thickness, 1.0);
+}
+
+TEST_F(ProcessInfoRead, TopLevelRulesStopTheReadWithTheirText) {
+    struct Case {
+        const char* ctf;
+        const char* text;
+    };
+    const std::string longName(65, 'L');
+    const std::vector<Case> cases = {
+        {"half_node_scale_factor 1.0", "invalid half_node_scale_factor"},
+        {"density_grid 0", "invalid density_grid value"},
+        {"background_er -2", "invalid background_er value"},
+        {"widths { 1 2 }", "unknown keyword"},
+        {"conductor M1 { rho 0.02 thickness 1 }\ndielectric M1 { thickness 1 er 2 }",
+         "dielectric layer name is defined multiple times"},
+        {"dielectric D { thickness 1 er 2 }\nconductor M1 { rho 0.02 thickness 1 }\n"
+         "conductor M2 { rho 0.02 thickness 1 }\ndielectric C { thickness 0.5 er 7 bottom M1 }",
+         "conformal layers with non-zero thickness must coat all the conductor layers in the "
+         "relevant z-coord range"},
+    };
+    for (const Case& c : cases) {
+        info.~ProcessInfo();
+        new (&info) ProcessInfo();
+        EXPECT_EQ(read(c.ctf), 0) << c.ctf;
+        EXPECT_NE(logged.find("[FATAL] CTF error at"), std::string::npos) << logged;
+        EXPECT_NE(logged.find(c.text), std::string::npos) << logged;
+    }
+    info.~ProcessInfo();
+    new (&info) ProcessInfo();
+    EXPECT_EQ(read("conductor " + longName + " { rho 0.02 thickness 1 }"), 0);
+    EXPECT_NE(logged.find("conductor layer name is too long"), std::string::npos) << logged;
+}
+
+TEST_F(ProcessInfoRead, EmptyFileThrowsAndMissingFileIsFatal) {
+    EXPECT_THROW(read("# nothing but a comment\n"), Ctf_Error);
+    testing::internal::GetCapturedStdout();
+    Task task;
+    task.ctf_file = (dir / "missing.ctf").string();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(info.parseCtfwithInterpreter(task), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "[FATAL] Can not open CTF file \"" + task.ctf_file + "\".\n");
+}
+
+TEST_F(ProcessInfoRead, TsvResetsTheHeightAndTheDefaultDropsTheBackSide) {
+    const std::string ctf = std::string("dielectric D0 { thickness 1 er 4 }\n"
+                                        "conductor M1 { rho 0.02 thickness 0.5 }\n") +
+                            kTsv +
+                            "conductor BM1 { rho 0.02 thickness 0.5 bottom_diel_thickness 0.2 bottom_diel_er 3.0 }\n"
+                            "dielectric BD { thickness 1 er 4 }\n";
+    // Standalone mode (the default) keeps the front side only.
+    ASSERT_EQ(read(ctf), 1) << logged;
+    EXPECT_TRUE(info.tsvs.empty());
+    ASSERT_EQ(info.conductors.size(), 1u);
+    EXPECT_EQ(info.conductors[0].name, "M1");
+    EXPECT_EQ(info.dielectrics.size(), 1u);
+
+    // Keeping everything: the back-side conductor stacks from 0 plus its bottom dielectric.
+    PARG::regArgument("TSV_LAYERSTACK_STANDALONE_MODE", "0");
+    ProcessInfo both;
+    Task task;
+    task.ctf_file = write("b.ctf", ctf);
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(both.parseCtfwithInterpreter(task), 1);
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(both.conductors.size(), 2u);
+    EXPECT_EQ(both.conductors[1].side, 1);
+    EXPECT_DOUBLE_EQ(both.conductors[1].base, 0.2);
+    ASSERT_EQ(both.tsvs.size(), 1u);
+    EXPECT_DOUBLE_EQ(both.tsvs[0].front_base, 1.0);
+    EXPECT_DOUBLE_EQ(both.tsvs[0].back_base, 0.2);
+
+    // Switched off from the job: a warning says so.
+    PARG::regArgument("DISABLE_TSV_TECH", "1");
+    ProcessInfo off;
+    testing::internal::CaptureStdout();
+    off.parseCtfwithInterpreter(task);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find(
+                  "[WARNING] TSV technique is disabled from command file, all tsv layers and "
+                  "backside layers will be dropped."),
+              std::string::npos);
+}
+
+TEST_F(ProcessInfoRead, BacksideModes) {
+    const std::string ctf = std::string("dielectric D0 { thickness 1 er 4 }\n"
+                                        "conductor M1 { rho 0.02 thickness 0.5 }\n") +
+                            kTsv + "dielectric BD { thickness 1 er 4 }\nconductor BM1 { rho 0.02 thickness 0.5 }\n";
+    PARG::regArgument("IC3D_BACKSIDE_MODE", "1");
+    ProcessInfo back;
+    Task task;
+    task.ctf_file = write("b.ctf", ctf);
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(back.parseCtfwithInterpreter(task), 1);
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(back.conductors.size(), 1u);
+    EXPECT_EQ(back.conductors[0].name, "BM1");
+    EXPECT_EQ(back.conductors[0].side, 0);  // the kept side becomes the front
+    EXPECT_EQ(back.conductor_index.at("BM1"), 0);
+
+    // Without a tsv everything is on the front side, so back-side mode keeps nothing.
+    ProcessInfo none;
+    task.ctf_file = write("f.ctf", "dielectric D0 { thickness 1 er 4 }\nconductor M1 { rho 0.02 thickness 0.5 }\n");
+    testing::internal::CaptureStdout();
+    none.parseCtfwithInterpreter(task);
+    testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(none.conductors.empty());
+    EXPECT_TRUE(none.dielectrics.empty());
+}
+
+TEST_F(ProcessInfoRead, ViaWithUnknownConductorIsFatal) {
+    EXPECT_EQ(read("dielectric D0 { thickness 1 er 4 }\nconductor M1 { rho 0.02 thickness 0.5 }\n"
+                   "via V1 { bottom M9 top M1 rpv 1 via_size 0.1 }\n"),
+              0);
+    EXPECT_NE(logged.find("[FATAL] CTF error: invalid bottom conductor \"M9\" for the via layer \"V1\"."),
+              std::string::npos)
+        << logged;
+}
+
+TEST_F(ProcessInfoRead, GdsLayerMapSkipsItsHeaderAndWarnsPerBadLine) {
+    std::string path = write("gds.map",
+                             "header 1\nheader 2\nheader 3\n"
+                             "M1 31 0\n"
+                             "POLY 13 0 device\n"
+                             "BAD 70000 0\n"
+                             "DT 32 5\n"
+                             "short 1\n"
+                             "END OF RESPONSE\n"
+                             "LATE 40 0\n");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(info.parseGdsLayerMap(path), 1);
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(info.gds_layer_names[31], "M1");
+    EXPECT_EQ(info.gds_name_to_number.at("POLY DC"), 13);
+    EXPECT_EQ(info.gds_name_to_number.count("LATE"), 0u);
+    const std::string head = "[WARNING] In GDS layer map (" + path + "), line ";
+    EXPECT_NE(out.find(head + "6: invalid layer number, this line will be neglected."), std::string::npos) << out;
+    EXPECT_NE(out.find(head + "7: invalid datatype number (only number 0 is supported), this line will be neglected."),
+              std::string::npos);
+    EXPECT_NE(out.find(head + "8: broken layer description, this line will be neglected."), std::string::npos);
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(info.parseGdsLayerMap((dir / "none").string()), 0);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("[ERROR] Can not open GDS layer map file"),
+              std::string::npos);
+}
+
+TEST_F(ProcessInfoRead, TechLayerMapSectionsFieldsAndWarnings) {
+    std::string path = write("tech.map",
+                             "* a comment line\n"
+                             "CONDUCTING_LAYERS\n"
+                             "m1_gds M1 precedence=3 MASK = 2 * trailing comment\n"
+                             "sub_gds substrate\n"
+                             "m1_gds M1\n"
+                             "lonely\n"
+                             "m2_gds M2 precedence=2000 RPSQ=-1\n"
+                             "via_layers\n"
+                             "v1_gds V1 RPV=2 area=0.01\n"
+                             "ignore_cap_layers\n"
+                             "m1_gds\n"
+                             "m1_gds m2_gds L=3\n"
+                             "remove_layers\n"
+                             "junk extra\n");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(info.parseTechLayerMap(path), 1);
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(info.gds_to_tech.at("m1_gds"), "M1");
+    EXPECT_EQ(info.gds_to_tech.at("sub_gds"), "SUBSTRATE");
+    EXPECT_EQ(info.gds_settings.at("m1_gds").precedence, 3);
+    EXPECT_EQ(info.gds_settings.at("m1_gds").mask, 2);
+    EXPECT_EQ(info.tech_layer_masks.at("M1"), 2);
+    EXPECT_DOUBLE_EQ(info.gds_settings.at("v1_gds").rpv, 2.0);
+    EXPECT_EQ(info.via_gds_layers.count("v1_gds"), 1u);
+    EXPECT_EQ(info.ignore_cap_layers.count("m1_gds"), 1u);
+    ASSERT_EQ(info.ignore_cap_groups.size(), 1u);
+    EXPECT_EQ(info.ignore_cap_groups[0], (std::vector<std::string>{"m1_gds", "m2_gds"}));
+    EXPECT_EQ(info.remove_layers.count("junk"), 1u);
+    for (const std::string& text :
+         {"Gds layer \"m1_gds\" is specified more than once in the layer mapping file " + path,
+          "In layer mapping file (" + path + "), line 6: invalid layer mapping statement, now neglecting this line.",
+          std::string("Invalid precedence for the gds layer \"m2_gds\" (must be equal or greater than 0, and smaller than 1024)"),
+          std::string("Invalid RPSQ value for the gds layer \"m2_gds\""),
+          std::string("intra-device length based cap ignoring is not supported currently, this field will be neglected.")}) {
+        EXPECT_NE(out.find(text), std::string::npos) << text << "\n" << out;
+    }
+}
+
+TEST_F(ProcessInfoRead, ReducedStackFromAFileAndItsTwoStops) {
+    MCTF::MiniCTF ctf;
+    std::string path = write("s.ctf",
+                             "dielectric D0 { thickness 1 er 4 }\n"
+                             "conductor M1 { rho 0.02 thickness 0.5 wmin 0.05 smin 0.06 side_tan 0.1 }\n"
+                             "dielectric D1 { thickness 0.5 er 3 }\n"
+                             "dielectric C { thickness 0 er 7 bottom M1 side_thickness 0.01 }\n");
+    testing::internal::CaptureStdout();
+    ctf.parseCtf(path);
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(ctf.conductors.size(), 1u);
+    EXPECT_DOUBLE_EQ(ctf.conductors[0]->z_bottom, 1.0);
+    EXPECT_DOUBLE_EQ(ctf.conductors[0]->z_top, 1.5);
+    EXPECT_DOUBLE_EQ(ctf.conductors[0]->side_tan, 0.1);
+    ASSERT_EQ(ctf.conductors[0]->conformals.size(), 1u);
+    EXPECT_DOUBLE_EQ(ctf.conductors[0]->conformals[0]->top_thickness, 0.0);  // absent: 0
+    EXPECT_EQ(ctf.plates, (std::vector<std::pair<double, double>>{{0, 4}, {1, 3}, {1.5, 1}}));
+
+    MCTF::MiniCTF noDielectric;
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(noDielectric.parseCtf(write("n.ctf", "conductor M1 { rho 0.02 thickness 0.5 }\n")),
+                 std::runtime_error);
+    testing::internal::GetCapturedStdout();
+
+    MCTF::MiniCTF badBottom;
+    testing::internal::CaptureStdout();
+    try {
+        badBottom.parseCtf(write("b.ctf", "dielectric D0 { thickness 1 er 4 }\n"
+                                          "conductor M1 { rho 0.02 thickness 0.5 }\n"
+                                          "dielectric C { thickness 0 er 7 bottom M7 }\n"));
+        FAIL() << "a coat on no conductor must stop the read";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("\"M7\""), std::string::npos);
+    }
+    testing::internal::GetCapturedStdout();
+}
