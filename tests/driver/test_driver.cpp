@@ -220,3 +220,22 @@ TEST_F(RunSequence, ParameterFileCases) {
     c.param_json_path = writeParams("{\"Random\": ");
     EXPECT_THROW(KARVEN::Karven::generate(c, stack), KARVEN::json::parse_error);
 }
+
+#include "technology/ctf_interpreter.h"
+
+// The tool links the technology library as this test does; every statement and table class
+// must reach the reader, or its keyword would fall back to the generic element reader.
+TEST(ToolLinking, EveryCtfStatementAndTableClassIsRegistered) {
+    for (const char* name :
+         {"CtfConductor", "CtfContact_gate_table", "CtfDensity_box", "CtfDielectric",
+          "CtfDiff_gate_table", "CtfEtch_contact_gate_spacing", "CtfEtch_width_length",
+          "CtfEtch_width_spacing", "CtfGate2Diff_cap", "CtfILD_thickness", "CtfMaskEtchTable",
+          "CtfMultiGate", "CtfRHO_SI_width_thickness", "CtfRHO_width_spacing", "CtfRPSQ_SI_width",
+          "CtfRPSQ_width_spacing", "CtfRPV_Area", "CtfRPV_width_length", "CtfSAMT_VPT",
+          "CtfSideTan_width_spacing", "CtfSpacer_er_vs_width_spacing", "CtfTSV",
+          "CtfTSVCeffTable", "CtfThickness_bottom_width", "CtfThickness_density",
+          "CtfThickness_density_width", "CtfThickness_polynomial", "CtfThickness_width_spacing",
+          "CtfVia"}) {
+        EXPECT_NE(registeredCtfProcessor(name), nullptr) << name;
+    }
+}
