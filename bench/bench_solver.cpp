@@ -1,0 +1,190 @@
+// Speed of the random-walk solver on three reference structures: raw hop and walk throughput of
+// one walker, allocations in the hot loop, time per solve, and the gain from a second thread.
+//
+//   build/bench/bench_solver [precision=0.005] [structure ...]
+#include <omp.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <new>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "solver/api_wrapper.h"
+#include "solver/config.h"
+#include "solver/mc_manager.h"
+#include "solver/net_manager.h"
+#include "solver/online_table.h"
+#include "solver/walk_manager.h"
+
+// ---- Allocation counter: every operator new while armed. ----
+namespace {
+std::atomic<bool> g_armed{false};
+std::atomic<long> g_allocs{0};
+void* counted(std::size_t n) {
+    if (g_armed.load(std::memory_order_relaxed)) g_allocs.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+}  // namespace
+void* operator new(std::size_t n) { return counted(n); }
+void* operator new[](std::size_t n) { return counted(n); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+using namespace RW2D;
+
+struct Structure {
+    std::string name;
+    std::vector<std::array<double, 4>> wires;
+    std::vector<std::array<double, 2>> layers;
+    std::vector<std::pair<double, std::array<double, 4>>> dielectrics;
+    std::array<double, 4> window{};
+    std::vector<double> row0;
+};
+
+Structure load(const std::string& stem) {
+    std::ifstream in(std::string(KARVEN_VALIDATION_DIR) + "/" + stem + ".json");
+    if (!in) {
+        std::fprintf(stderr, "cannot read %s\n", stem.c_str());
+        std::exit(1);
+    }
+    const nlohmann::json j = nlohmann::json::parse(in);
+    Structure s;
+    s.name = stem;
+    s.window = j.at("window").get<std::array<double, 4>>();
+    s.wires = j.at("conductors").get<std::vector<std::array<double, 4>>>();
+    s.wires.push_back({s.window[0], s.window[1] - 0.1, s.window[2], s.window[1]});
+    s.layers = j.at("layers").get<std::vector<std::array<double, 2>>>();
+    for (const auto& d : j.at("dielectrics"))
+        s.dielectrics.emplace_back(d.at(0).get<double>(), d.at(1).get<std::array<double, 4>>());
+    s.row0 = j.at("matrix").at(0).get<std::vector<double>>();
+    return s;
+}
+
+// Picks the walk count out of the solver's diagnostics.
+std::atomic<unsigned long long> g_last_walks{0};
+void capture(std::string_view line) {
+    constexpr std::string_view key = "total walk: ";
+    if (line.substr(0, key.size()) == key)
+        g_last_walks = std::strtoull(std::string(line.substr(key.size())).c_str(), nullptr, 10);
+}
+
+struct Solve {
+    double seconds;
+    unsigned long long walks;
+    std::vector<double> values;
+};
+
+Solve solve(const Structure& s, double precision, std::uint32_t threads, int seed) {
+    std::vector<Rectangle> wires;
+    for (const auto& w : s.wires) wires.push_back(Rectangle::from_array(w));
+    std::vector<std::pair<double, Rectangle>> diel;
+    for (const auto& [e, r] : s.dielectrics) diel.emplace_back(e, Rectangle::from_array(r));
+    Config config = Config::for_entry(precision, static_cast<std::uint32_t>(seed));
+    config.mc.threads = threads;
+    MCManager mc;
+    const double t0 = omp_get_wtime();
+    Solve out;
+    out.values = mc.estimate(wires, s.layers, diel, Rectangle::from_array(s.window), config);
+    out.seconds = omp_get_wtime() - t0;
+    out.walks = g_last_walks.load();
+    return out;
+}
+
+// Raw throughput of one walker with warm tables: walks, hops and allocations of n walks.
+struct Raw {
+    double seconds;
+    unsigned long long hops;
+    long walks;
+    long allocs;
+};
+
+Raw raw_walks(const Structure& s, long n) {
+    std::vector<Rectangle> wires;
+    for (const auto& w : s.wires) wires.push_back(Rectangle::from_array(w));
+    std::vector<std::pair<double, Rectangle>> diel;
+    for (const auto& [e, r] : s.dielectrics) diel.emplace_back(e, Rectangle::from_array(r));
+    const Config config = Config::for_entry(0.005, 1);
+    NetManager nets(wires, s.layers, diel, Rectangle::from_array(s.window), config.space,
+                    config.approx);
+    online_table_manager tables;
+    WalkManager walker(&nets, config, tables, 3);
+    for (long k = 0; k < 20000; ++k) walker.walk();  // tables solved, vectors grown
+    Raw out{0, 0, n, 0};
+    g_allocs = 0;
+    g_armed = true;
+    const double t0 = omp_get_wtime();
+    for (long k = 0; k < n; ++k) {
+        walker.walk();
+        out.hops += walker.hops;
+    }
+    out.seconds = omp_get_wtime() - t0;
+    g_armed = false;
+    out.allocs = g_allocs.load();
+    return out;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    double precision = 0.005;
+    std::vector<std::string> names;
+    for (int i = 1; i < argc; ++i) {
+        char* end = nullptr;
+        const double p = std::strtod(argv[i], &end);
+        if (end && *end == '\0')
+            precision = p;
+        else
+            names.emplace_back(argv[i]);
+    }
+    if (names.empty()) names = {"03_three_wires", "05_layered_stack", "07_random_like"};
+    Debugger::set_sink(capture);
+
+    std::printf("precision %g; times are wall clock, best of 3 solves\n\n", precision);
+    for (const std::string& name : names) {
+        const Structure s = load(name);
+        const Raw raw = raw_walks(s, 200000);
+        const double hops_per_s = static_cast<double>(raw.hops) / raw.seconds;
+        std::printf("%s\n", name.c_str());
+        std::printf("  one walker:  %.2f M hops/s, %.0f k walks/s, %.2f hops/walk, %ld allocations"
+                    " in %ld walks\n",
+                    hops_per_s / 1e6, static_cast<double>(raw.walks) / raw.seconds / 1e3,
+                    static_cast<double>(raw.hops) / static_cast<double>(raw.walks), raw.allocs,
+                    raw.walks);
+
+        Solve best1{1e30, 0, {}}, best2{1e30, 0, {}};
+        for (int rep = 0; rep < 3; ++rep) {
+            const Solve a = solve(s, precision, 1, 11 + rep);
+            if (a.seconds < best1.seconds) best1 = a;
+            const Solve b = solve(s, precision, 2, 11 + rep);
+            if (b.seconds < best2.seconds) best2 = b;
+        }
+        const double rate1 = static_cast<double>(best1.walks) / best1.seconds;
+        const double rate2 = static_cast<double>(best2.walks) / best2.seconds;
+        std::printf("  solve, 1 thread:  %.3f s, %llu walks (%.0f k walks/s)\n", best1.seconds,
+                    best1.walks, rate1 / 1e3);
+        std::printf("  solve, 2 threads: %.3f s, %llu walks (%.0f k walks/s), speed-up %.2f\n",
+                    best2.seconds, best2.walks, rate2 / 1e3, rate2 / rate1);
+        const std::size_t n = s.wires.size();
+        std::printf("  row 0 (1 thread) against the reference:\n");
+        for (std::size_t j = 0; j < n; ++j) {
+            const double v = best1.values[j], sd = std::sqrt(best1.values[n + j]);
+            std::printf("    C0%zu  %+.5f  ref %+.5f  diff %+.2f%% of diag  (%.1f sigma)\n", j, v,
+                        s.row0[j], 100 * (v - s.row0[j]) / s.row0[0],
+                        sd > 0 ? (v - s.row0[j]) / sd : 0.0);
+        }
+        std::printf("\n");
+    }
+    return 0;
+}
