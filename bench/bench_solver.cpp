@@ -1,7 +1,8 @@
 // Speed of the random-walk solver on three reference structures: raw hop and walk throughput of
 // one walker, allocations in the hot loop, time per solve, and the gain from a second thread.
 //
-//   build/bench/bench_solver [precision=0.005] [structure ...]
+//   build/bench/bench_solver [precision=0.005] [--raw] [structure ...]
+// --raw measures only the single walker (for profiling under callgrind).
 #include <omp.h>
 
 #include <atomic>
@@ -140,7 +141,12 @@ Raw raw_walks(const Structure& s, long n) {
 int main(int argc, char** argv) {
     double precision = 0.005;
     std::vector<std::string> names;
+    bool raw_only = false;
     for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) == "--raw") {
+            raw_only = true;
+            continue;
+        }
         char* end = nullptr;
         const double p = std::strtod(argv[i], &end);
         if (end && *end == '\0')
@@ -154,7 +160,7 @@ int main(int argc, char** argv) {
     std::printf("precision %g; times are wall clock, best of 3 solves\n\n", precision);
     for (const std::string& name : names) {
         const Structure s = load(name);
-        const Raw raw = raw_walks(s, 200000);
+        const Raw raw = raw_walks(s, raw_only ? 20000 : 200000);
         const double hops_per_s = static_cast<double>(raw.hops) / raw.seconds;
         std::printf("%s\n", name.c_str());
         std::printf("  one walker:  %.2f M hops/s, %.0f k walks/s, %.2f hops/walk, %ld allocations"
@@ -162,6 +168,7 @@ int main(int argc, char** argv) {
                     hops_per_s / 1e6, static_cast<double>(raw.walks) / raw.seconds / 1e3,
                     static_cast<double>(raw.hops) / static_cast<double>(raw.walks), raw.allocs,
                     raw.walks);
+        if (raw_only) continue;
 
         Solve best1{1e30, 0, {}}, best2{1e30, 0, {}};
         for (int rep = 0; rep < 3; ++rep) {
