@@ -4,6 +4,7 @@
 //   build/bench/bench_solver [precision=0.005] [--raw] [structure ...]
 // --raw measures only the single walker (for profiling under callgrind).
 #include <omp.h>
+#include <time.h>
 
 #include <atomic>
 #include <cmath>
@@ -103,12 +104,21 @@ Solve solve(const Structure& s, double precision, std::uint32_t threads, int see
     return out;
 }
 
+// CPU time of the calling thread: a figure that other processes on the machine do not change.
+double thread_cpu() {
+    timespec ts;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
+
 // Raw throughput of one walker with warm tables: walks, hops and allocations of n walks.
 struct Raw {
     double seconds;
+    double cpu_seconds;
     unsigned long long hops;
     long walks;
     long allocs;
+    long new_tables;  // tables first met during the measured walks
 };
 
 Raw raw_walks(const Structure& s, long n) {
@@ -122,17 +132,25 @@ Raw raw_walks(const Structure& s, long n) {
     online_table_manager tables;
     WalkManager walker(&nets, config, tables, 3);
     for (long k = 0; k < 20000; ++k) walker.walk();  // tables solved, vectors grown
-    Raw out{0, 0, n, 0};
+    const auto stored = [&tables] {
+        return static_cast<long>(tables.gft_tables.map.size() + tables.wvtz_tables.map.size() +
+                                 tables.wvtx_tables.map.size());
+    };
+    const long before = stored();
+    Raw out{0, 0, 0, n, 0, 0};
     g_allocs = 0;
     g_armed = true;
+    const double c0 = thread_cpu();
     const double t0 = omp_get_wtime();
     for (long k = 0; k < n; ++k) {
         walker.walk();
         out.hops += walker.hops;
     }
     out.seconds = omp_get_wtime() - t0;
+    out.cpu_seconds = thread_cpu() - c0;
     g_armed = false;
     out.allocs = g_allocs.load();
+    out.new_tables = stored() - before;
     return out;
 }
 
@@ -161,14 +179,29 @@ int main(int argc, char** argv) {
     for (const std::string& name : names) {
         const Structure s = load(name);
         const Raw raw = raw_walks(s, raw_only ? 20000 : 200000);
-        const double hops_per_s = static_cast<double>(raw.hops) / raw.seconds;
+        const double hops = static_cast<double>(raw.hops), walks = static_cast<double>(raw.walks);
         std::printf("%s\n", name.c_str());
-        std::printf("  one walker:  %.2f M hops/s, %.0f k walks/s, %.2f hops/walk, %ld allocations"
-                    " in %ld walks\n",
-                    hops_per_s / 1e6, static_cast<double>(raw.walks) / raw.seconds / 1e3,
-                    static_cast<double>(raw.hops) / static_cast<double>(raw.walks), raw.allocs,
-                    raw.walks);
+        std::printf("  one walker, per CPU second:   %.2f M hops/s, %.0f k walks/s\n",
+                    hops / raw.cpu_seconds / 1e6, walks / raw.cpu_seconds / 1e3);
+        std::printf("  one walker, per wall second:  %.2f M hops/s, %.0f k walks/s\n",
+                    hops / raw.seconds / 1e6, walks / raw.seconds / 1e3);
+        std::printf("  %.2f hops/walk; %ld allocations in %ld walks, which met %ld new tables\n",
+                    hops / walks, raw.allocs, raw.walks, raw.new_tables);
         if (raw_only) continue;
+
+        // Each solve starts with empty private stores; the process-wide ones grow by what the solve
+        // had to compute (they are only read once frozen).
+        const auto global_tables = [] {
+            return online_table_database<PDFGFT>::instance().map.size() +
+                   online_table_database<PDFWVTz>::instance().map.size() +
+                   online_table_database<PDFWVTx>::instance().map.size();
+        };
+        const std::size_t tables_before = global_tables();
+        const double c0 = thread_cpu();
+        solve(s, precision, 1, 10);
+        const double first_cpu = thread_cpu() - c0;
+        std::printf("  first solve: %zu tables computed, %.3f CPU s\n",
+                    global_tables() - tables_before, first_cpu);
 
         Solve best1{1e30, 0, {}}, best2{1e30, 0, {}};
         for (int rep = 0; rep < 3; ++rep) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 #include <vector>
 
 #include "solver/config.h"
@@ -30,6 +31,26 @@ Config quiet_config() {
 }
 
 }  // namespace
+
+TEST(SolverWalk, RandomSourceDrawsWhatTheStandardEngineAndDistributionDraw) {
+    // The walker's own twister must be indistinguishable from the library's: seeds at both ends
+    // of the range, several refills, uniform draws interleaved with single bits.
+    for (std::uint32_t seed : {0u, 3u, 5489u, 0xffffffffu}) {
+        RandGen mine(seed);
+        std::mt19937 ref(seed);
+        std::uniform_real_distribution<double> u(0.0, 1.0);
+        for (int k = 0; k < 3000; ++k) {
+            ASSERT_EQ(mine.uniform(), u(ref)) << seed << " draw " << k;
+            if (k % 3 == 0) {
+                ASSERT_EQ(mine.bit(), static_cast<int>(ref() & 1u));
+            }
+        }
+    }
+    RandGen ranged(7, -2.0, 3.0);
+    std::mt19937 ref(7);
+    std::uniform_real_distribution<double> u(-2.0, 3.0);
+    for (int k = 0; k < 100; ++k) ASSERT_EQ(ranged.uniform(), u(ref));
+}
 
 TEST(SolverWalk, NeumannReflectFoldsLikeATriangleWave) {
     EXPECT_EQ(neumann_reflect(0, 0.25, 1), 0.25);
