@@ -20,6 +20,7 @@
 
 #include "solver/api_wrapper.h"
 #include "solver/config.h"
+#include "solver/gft_solver.h"
 #include "solver/mc_manager.h"
 #include "solver/net_manager.h"
 #include "solver/online_table.h"
@@ -119,6 +120,7 @@ struct Raw {
     long walks;
     long allocs;
     long new_tables;  // tables first met during the measured walks
+    long all_tables;  // tables met by warm-up and measured walks together
 };
 
 Raw raw_walks(const Structure& s, long n) {
@@ -137,7 +139,7 @@ Raw raw_walks(const Structure& s, long n) {
                                  tables.wvtx_tables.map.size());
     };
     const long before = stored();
-    Raw out{0, 0, 0, n, 0, 0};
+    Raw out{0, 0, 0, n, 0, 0, 0};
     g_allocs = 0;
     g_armed = true;
     const double c0 = thread_cpu();
@@ -151,7 +153,22 @@ Raw raw_walks(const Structure& s, long n) {
     g_armed = false;
     out.allocs = g_allocs.load();
     out.new_tables = stored() - before;
+    out.all_tables = stored();
     return out;
+}
+
+// CPU milliseconds to compute one layered Green's function table.
+double table_cost_ms() {
+    gft_solver solver;
+    std::vector<int> itf = {5, 9, 17};
+    const std::vector<double> eps = {0.5, 1.0, 0.3, 0.8};
+    const int n = 100;
+    const double c0 = thread_cpu();
+    for (int k = 0; k < n; ++k) {
+        itf[0] = 1 + k % 4;
+        solver.solve_pack(gft_solver::SOLVE_GFT, itf, eps);
+    }
+    return (thread_cpu() - c0) / n * 1e3;
 }
 
 }  // namespace
@@ -174,8 +191,10 @@ int main(int argc, char** argv) {
     }
     if (names.empty()) names = {"03_three_wires", "05_layered_stack", "07_random_like"};
     Debugger::set_sink(capture);
+    const double table_ms = table_cost_ms();
 
-    std::printf("precision %g; times are wall clock, best of 3 solves\n\n", precision);
+    std::printf("precision %g; solve times are wall clock, best of 3 solves\n", precision);
+    std::printf("one layered table: %.3f CPU ms\n\n", table_ms);
     for (const std::string& name : names) {
         const Structure s = load(name);
         const Raw raw = raw_walks(s, raw_only ? 20000 : 200000);
@@ -187,6 +206,11 @@ int main(int argc, char** argv) {
                     hops / raw.seconds / 1e6, walks / raw.seconds / 1e3);
         std::printf("  %.2f hops/walk; %ld allocations in %ld walks, which met %ld new tables\n",
                     hops / walks, raw.allocs, raw.walks, raw.new_tables);
+        const double solving = static_cast<double>(raw.new_tables) * table_ms / 1e3;
+        std::printf("  one walker, per CPU second without its %.3f s of table solving: %.2f M hops/s\n",
+                    solving, hops / (raw.cpu_seconds - solving) / 1e6);
+        std::printf("  %ld tables in all after %ld walks: about %.2f s of table solving\n",
+                    raw.all_tables, raw.walks + 20000, raw.all_tables * table_ms / 1e3);
         if (raw_only) continue;
 
         // Each solve starts with empty private stores; the process-wide ones grow by what the solve

@@ -199,7 +199,7 @@ std::vector<Call> calls() {
 }
 
 std::vector<double> run(const Call& c) {
-    return RW2D_API::extract_capacitance(c.wires, c.layers, c.diels, c.window, 0.03, c.seed);
+    return RW2D_API::extract_capacitance(c.wires, c.layers, c.diels, c.window, 0.04, c.seed);
 }
 
 }  // namespace
