@@ -9,16 +9,12 @@
 
 #include "driver/progress_bar.h"
 #include "patterns/derived.h"
+#include "solver/api_wrapper.h"
 
 namespace KARVEN {
 
 const FieldSolver& fieldSolver() {
-    static const FieldSolver solver = [](const std::vector<Rect>&,
-                                         const std::vector<std::array<double, 2>>&,
-                                         const std::vector<ConformalRect>&, const Rect&, double,
-                                         int) -> std::vector<double> {
-        throw std::runtime_error("The field solver is not part of this build yet");
-    };
+    static const FieldSolver solver = RW2D_API::extract_capacitance;
     return solver;
 }
 

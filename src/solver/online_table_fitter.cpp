@@ -13,12 +13,13 @@ inline int64_t stratum_key(double pos) { return std::llround(10000.0 * pos); }
 inline double clamp_to(double v, double lo, double hi) { return std::min(std::max(v, lo), hi); }
 
 // First index whose cumulative value reaches v; a draw above the last value (rounding) takes the
-// last panel.
+// last panel. The values ascend, so that index is the count of values below v: counted without
+// branches, as the exit of a search loop on a random draw is mispredicted at every hop.
 template <int N>
 inline int first_at_least(const double (&cdf)[N], double v) {
-  for (int j = 0; j < N; ++j)
-    if (cdf[j] >= v) return j;
-  return N - 1;
+  int below = 0;
+  for (int j = 0; j < N; ++j) below += cdf[j] < v;
+  return below < N ? below : N - 1;
 }
 
 }  // namespace

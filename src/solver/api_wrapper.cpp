@@ -1,0 +1,27 @@
+#include "solver/api_wrapper.h"
+
+#include "solver/config.h"
+#include "solver/mc_manager.h"
+#include "solver/shapes.h"
+
+namespace RW2D_API {
+
+std::vector<double> extract_capacitance(
+    const std::vector<std::array<double, 4>>& wires,
+    const std::vector<std::array<double, 2>>& layers,
+    const std::vector<std::pair<double, std::array<double, 4>>>& dielectrics,
+    const std::array<double, 4>& window, double precision, int seed) {
+    using RW2D::Rectangle;
+    std::vector<Rectangle> rects;
+    rects.reserve(wires.size());
+    for (const auto& w : wires) rects.push_back(Rectangle::from_array(w));
+    std::vector<std::pair<double, Rectangle>> diel;
+    diel.reserve(dielectrics.size());
+    for (const auto& [eps, r] : dielectrics) diel.emplace_back(eps, Rectangle::from_array(r));
+    const RW2D::Config config =
+        RW2D::Config::for_entry(precision, static_cast<std::uint32_t>(seed));
+    RW2D::MCManager manager;
+    return manager.estimate(rects, layers, diel, Rectangle::from_array(window), config);
+}
+
+}  // namespace RW2D_API

@@ -1,0 +1,24 @@
+#pragma once
+// The solver's single in-process entry for the pattern generator.
+
+#include <array>
+#include <utility>
+#include <vector>
+
+namespace RW2D_API {
+
+// Capacitances between every wire and the master, the first wire of non-zero width and height.
+// wires and window are {x_min, y_min, x_max, y_max} in um; layers {bottom y, eps_r} bottom-up;
+// dielectrics {eps_r, rectangle}, a later one winning where they overlap. For N wires returns 2N
+// values: N capacitances in fF/um (positive for the master, negative for the others) and then
+// their N variances; a degenerate wire keeps 0 in both of its slots. precision is the relative
+// one-sigma target of the stopping rule; a precision <= 0 asks for the external solver, which is
+// not yet part of this build, and returns an empty vector. Re-entrant: concurrent calls share
+// only the frozen global table stores. Fatal structure errors end the process (status 0).
+std::vector<double> extract_capacitance(
+    const std::vector<std::array<double, 4>>& wires,
+    const std::vector<std::array<double, 2>>& layers,
+    const std::vector<std::pair<double, std::array<double, 4>>>& dielectrics,
+    const std::array<double, 4>& window, double precision, int seed);
+
+}  // namespace RW2D_API

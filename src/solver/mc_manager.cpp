@@ -1,0 +1,325 @@
+#include "solver/mc_manager.h"
+
+#include <omp.h>
+
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+
+#include "solver/walk_manager.h"
+
+namespace RW2D {
+
+namespace {
+
+// Reports are rendered into a buffer of this size, as a C string.
+constexpr std::size_t REPORT_BUFFER = 1048576;
+
+// Appends printf-formatted text to out, never letting it grow past the report buffer.
+void appendf(std::string& out, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+void appendf(std::string& out, const char* fmt, ...) {
+    char line[1024];
+    va_list ap;
+    va_start(ap, fmt);
+    const int n = std::vsnprintf(line, sizeof line, fmt, ap);
+    va_end(ap);
+    if (n <= 0) return;
+    const std::size_t len = std::min<std::size_t>(static_cast<std::size_t>(n), sizeof line - 1);
+    const std::size_t room = REPORT_BUFFER - 1 - std::min(out.size(), REPORT_BUFFER - 1);
+    out.append(line, std::min(len, room));
+}
+
+std::string fixed(double v) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%f", v);
+    return buf;
+}
+
+double lookup(const std::unordered_map<const WireNet*, double>& m, const WireNet* net) {
+    const auto it = m.find(net);
+    return it == m.end() ? 0.0 : it->second;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Recorder
+
+Recorder::Recorder(const Config::MCArgs& args, NetManager* nets)
+    : stratified(args.stratified), combine(args.combine) {
+    if (stratified && combine) Debugger::raise_error("ss and combine");
+    symmetric = nets->symmetric;
+    const std::size_t strata = stratified ? 2 : 1;
+    walks.assign(strata, 0);
+    hops.assign(strata, 0);
+    sum.assign(strata, {});
+    sum_sq.assign(strata, {});
+    for (std::size_t s = 0; s < strata; ++s) {
+        for (const WireNet* n : nets->nets) {
+            sum[s][n] = 0.0;
+            sum_sq[s][n] = 0.0;
+        }
+    }
+
+    // Only the sides of the Gaussian rectangle that lie in the window are sampled.
+    const Rectangle& g = *nets->master->gauss;
+    const Rectangle& w = *nets->window;
+    const double dx = std::min(w.right, g.right) - std::max(w.left, g.left);
+    const double dy = std::min(w.top, g.top) - std::max(w.bottom, g.bottom);
+    if (!(dx > 0) || !(dy > 0)) {
+        scale = 0.0;
+        return;
+    }
+    scale = 0.0;
+    if (w.bottom <= g.bottom && g.bottom <= w.top) scale += dx;
+    if (w.bottom <= g.top && g.top <= w.top) scale += dx;
+    if (w.left <= g.left && g.left <= w.right) scale += dy;
+    if (w.left <= g.right && g.right <= w.right) scale += dy;
+}
+
+void Recorder::merge(const Recorder* other) {
+    for (std::size_t s = 0; s < walks.size() && s < other->walks.size(); ++s) {
+        walks[s] += other->walks[s];
+        hops[s] += other->hops[s];
+        for (const auto& [net, v] : other->sum[s]) sum[s][net] += v;
+        for (const auto& [net, v] : other->sum_sq[s]) sum_sq[s][net] += v;
+    }
+}
+
+double Recorder::mean(std::size_t s, const WireNet* net) const {
+    return lookup(sum[s], net) / static_cast<double>(walks[s]);
+}
+
+double Recorder::mean_sq(std::size_t s, const WireNet* net) const {
+    return lookup(sum_sq[s], net) / static_cast<double>(walks[s]);
+}
+
+double Recorder::expectation(const WireNet* net) const {
+    const WireNet* p = symmetric ? net->partner : nullptr;
+    double e;
+    if (stratified) {
+        e = (mean(0, net) + mean(1, net)) * 0.5;
+        if (p) e = (e + (mean(0, p) + mean(1, p)) * 0.5) * 0.5;
+    } else if (p) {
+        e = (lookup(sum[0], net) + lookup(sum[0], p)) / (2.0 * static_cast<double>(walks[0]));
+    } else {
+        e = mean(0, net);
+    }
+    return e * scale;
+}
+
+double Recorder::estimated_sigma(const WireNet* net) const {
+    const WireNet* p = symmetric ? net->partner : nullptr;
+    const double n0 = static_cast<double>(walks[0]);
+    if (stratified) {
+        const double n1 = static_cast<double>(walks[1]);
+        const auto var = [&](const WireNet* x) {
+            const double m0 = mean(0, x), m1 = mean(1, x);
+            return (mean_sq(0, x) - m0 * m0) / n0 + (mean_sq(1, x) - m1 * m1) / n1;
+        };
+        double v = var(net), m = mean(0, net) + mean(1, net);
+        if (p) {
+            v += var(p);
+            m += mean(0, p) + mean(1, p);
+        }
+        return std::sqrt(v) / m;
+    }
+    if (combine) {
+        const auto var = [&](const WireNet* x) {
+            const double m0 = mean(0, x);
+            return 2.0 * (0.5 * mean_sq(0, x) - m0 * m0) / n0;
+        };
+        double v = var(net), m = mean(0, net);
+        if (p) {
+            v += var(p);
+            m += mean(0, p);
+        }
+        return std::sqrt(v) / m;
+    }
+    const auto var = [&](const WireNet* x) {
+        const double m0 = mean(0, x);
+        return (mean_sq(0, x) - m0 * m0) / n0;
+    };
+    double v = var(net), m = mean(0, net);
+    if (p) {
+        v += var(p);
+        m += mean(0, p);
+    }
+    const double r = std::sqrt(v) / m;
+    return std::isnan(r) ? 1.0 : r;
+}
+
+double Recorder::variance_of_mean(const WireNet* net) const {
+    const double n0 = static_cast<double>(walks[0]);
+    const double m0 = mean(0, net);
+    if (stratified) {
+        const double n1 = static_cast<double>(walks[1]);
+        const double m1 = mean(1, net);
+        return ((mean_sq(0, net) - m0 * m0) / n0 + (mean_sq(1, net) - m1 * m1) / n1) * 0.25;
+    }
+    if (combine) return 2.0 * (0.5 * mean_sq(0, net) - m0 * m0) / n0;
+    return (mean_sq(0, net) - m0 * m0) / n0;
+}
+
+std::uint64_t Recorder::total_walks() const {
+    if (stratified) return walks[0] + walks[1];
+    return combine ? walks[0] / 2 : walks[0];
+}
+
+double Recorder::hops_per_walk() const {
+    if (stratified)
+        return static_cast<double>(hops[0] + hops[1]) / static_cast<double>(walks[0] + walks[1]);
+    const double h = static_cast<double>(hops[0]) / static_cast<double>(walks[0]);
+    return combine ? 2.0 * h : h;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Reporter
+
+std::string MCManager::Reporter::to_string() const {
+    std::string out;
+    const std::vector<WireNet*>& all = nets->nets;
+    if (report_named) {
+        for (const WireNet* n : all) {
+            const std::size_t at = out.size();
+            appendf(out, "%s : %.8g\n", n->name.c_str(), -recorder->expectation(n) * EPS0_FF);
+            std::fwrite(out.data() + at, 1, out.size() - at, stdout);
+        }
+        std::fflush(stdout);
+    } else if (report_values) {
+        appendf(out, "%.7e\n", -(recorder->expectation(nets->master) * EPS0_F));
+    } else if (report_full) {
+        const WireNet* m = nets->master;
+        appendf(out, "master conductor: %s\n\n", m->name.c_str());
+        for (const WireNet* n : all) {
+            const double v = recorder->expectation(n) * EPS0_F;
+            appendf(out, "Capacitance between %s and %s: %.7e F (+/- %.3lf%%)\n", m->name.c_str(),
+                    n->name.c_str(), n == m ? -v : v,
+                    std::abs(recorder->estimated_sigma(n)) * 100);
+        }
+        appendf(out, "\n");
+        appendf(out, "total walk number: %llu (%.3lf hop per walk); total time cost: %.3lf s\n",
+                static_cast<unsigned long long>(recorder->total_walks()),
+                recorder->hops_per_walk(), recorder->seconds);
+    } else {
+        for (const WireNet* n : all) appendf(out, "          %s", n->name.c_str());
+        appendf(out, "\nnet0: ");
+        for (const WireNet* n : all) {
+            const double v = recorder->expectation(n) * EPS0_F * 1e15;
+            appendf(out, "%.6gfF ", n == nets->master ? -v : v);
+        }
+        appendf(out, "\n");
+    }
+    return out;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Estimate
+
+void MCManager::walk_worker(NetManager* nets, const Config& config,
+                            std::vector<online_table_manager>& tables, Recorder* global,
+                            std::uint32_t& seed_base) const {
+    std::uint32_t seed;
+#pragma omp critical
+    {
+        seed_base *= 3u;
+        seed = seed_base;
+    }
+    auto* walker = new WalkManager(nets, config, tables[omp_get_thread_num()],
+                                   static_cast<int>(seed));
+    auto* rec = new Recorder(config.mc, nets);
+    const WireNet* master = nets->master;
+    for (;;) {
+        for (std::uint32_t b = 0; b < batch; ++b) {
+            walker->walk();
+            rec->record(walker->weight, walker->hit_net, walker->hops);
+        }
+        std::uint64_t n = rec->walks[0] + (rec->stratified ? rec->walks[1] : 0);
+        if (rec->combine) n /= 2;
+        if (max_walks < n) break;
+        // Deliberately weak: the first net other than the master to reach the target stops it.
+        bool done = false;
+        for (const WireNet* net : nets->nets) {
+            if (net == master) continue;
+            if (precision > std::abs(rec->estimated_sigma(net))) {
+                done = true;
+                break;
+            }
+        }
+        if (done) break;
+    }
+#pragma omp critical
+    {
+        global->merge(rec);
+    }
+    delete rec;
+    if (walker->dump_tables)
+        walker->tables.dump(nets->media.layer.hash_value(), walker->data_dir);
+    delete walker;
+}
+
+std::vector<double> MCManager::estimate(const std::vector<Rectangle>& wires,
+                                        const std::vector<std::array<double, 2>>& layers,
+                                        const std::vector<std::pair<double, Rectangle>>& dielectrics,
+                                        const Rectangle& window, const Config& config) {
+    // The external-solver route arrives with the structure-text formats; until then a
+    // non-positive precision yields no values.
+    if (config.mc.precision <= 0) return {};
+
+    threads = config.mc.threads;
+    precision = config.mc.precision;
+    const std::size_t N = wires.size();
+    std::vector<double> result(2 * N, 0.0);
+
+    std::vector<Rectangle> kept;
+    std::vector<std::size_t> index;
+    for (std::size_t i = 0; i < N; ++i) {
+        const Rectangle& w = wires[i];
+        if (w.right - GEO_EPS > w.left && w.top - GEO_EPS > w.bottom) {
+            kept.push_back(w);
+            index.push_back(i);
+        }
+    }
+    if (kept.empty()) return result;
+
+    auto* nets = new NetManager(kept, layers, dielectrics, window, config.space, config.approx);
+    auto* global = new Recorder(config.mc, nets);
+
+    const double t0 = omp_get_wtime();
+    omp_set_dynamic(0);
+    omp_set_num_threads(static_cast<int>(threads));
+    Debugger::log("using threads ", threads);
+    {
+        std::vector<online_table_manager> tables(threads);
+        std::uint32_t seed_base = config.mc.seed;
+        // Without a sampled side in the window no start point exists, and the result is zero
+        // whatever the walks would do: skip them rather than search for a start for ever.
+        if (global->scale > 0) {
+#pragma omp parallel
+            walk_worker(nets, config, tables, global, seed_base);
+        }
+        // The private stores feed the process-wide ones once the solve is done.
+        for (online_table_manager& t : tables) t.merge_all_into_global();
+    }
+    const double elapsed = omp_get_wtime() - t0;
+    Debugger::log("walk time cost: ", fixed(elapsed), " s");
+    Debugger::log("total walk: ", global->total_walks());
+    Debugger::log("avg hop: ", fixed(global->hops_per_walk()));
+
+    global->seconds = elapsed;
+
+    const double f = global->scale * EPS0_FF;
+    for (std::size_t k = 0; k < nets->nets.size(); ++k) {
+        const WireNet* net = nets->nets[k];
+        const double value = global->scale > 0 ? -global->expectation(net) * EPS0_FF : 0.0;
+        const double var = global->scale > 0 ? global->variance_of_mean(net) * f * f : 0.0;
+        result[index[k]] = value;
+        result[index[k] + N] = var;
+    }
+    delete nets;
+    delete global;
+    return result;
+}
+
+}  // namespace RW2D

@@ -1,0 +1,264 @@
+// Monte Carlo estimator and solver entry: statistics by hand, the four report forms, filtering and
+// scatter of wires, physics of parallel plates, reproducibility and re-entrancy.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <array>
+#include <cmath>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "solver/api_wrapper.h"
+#include "solver/config.h"
+#include "solver/mc_manager.h"
+#include "solver/net_manager.h"
+#include "solver/online_table.h"
+
+using namespace RW2D;
+
+namespace {
+
+Rectangle rect(double x0, double y0, double x1, double y1) { return Rectangle(x0, x1, y1, y0); }
+
+// Master [0, 1]^2 with a neighbour 1 to its right: margin 0.5, Gaussian rectangle
+// [-0.5, 1.5] x [-0.5, 1.5], contour 8 when the window holds it.
+NetManager two_nets(const Rectangle& window) {
+    const Config c;
+    return NetManager({rect(0, 0, 1, 1), rect(2, 0, 3, 1)}, {{-20, 1.0}}, {}, window, c.space,
+                      c.approx);
+}
+
+Config::MCArgs plain() {
+    Config::MCArgs a;
+    a.stratified = false;
+    return a;
+}
+
+using Wires = std::vector<std::array<double, 4>>;
+using Layers = std::vector<std::array<double, 2>>;
+using Diels = std::vector<std::pair<double, std::array<double, 4>>>;
+constexpr double kEps0 = 0.00885418781762039;
+
+}  // namespace
+
+TEST(SolverRecorder, ScaleCountsOnlyGaussianSidesInsideTheWindow) {
+    NetManager whole = two_nets(rect(-10, -10, 10, 10));
+    EXPECT_DOUBLE_EQ(Recorder(Config::MCArgs{}, &whole).scale, 8.0);
+    // Right side cut off at x = 1.2: bottom and top 1.7 each, left 2.
+    NetManager cut = two_nets(rect(-10, -10, 1.2, 10));
+    EXPECT_DOUBLE_EQ(Recorder(Config::MCArgs{}, &cut).scale, 5.4);
+}
+
+TEST(SolverRecorder, PlainAndStratifiedMomentsByHand) {
+    NetManager nets = two_nets(rect(-10, -10, 10, 10));
+    const WireNet* m = nets.nets[0];
+    const WireNet* o = nets.nets[1];
+
+    Recorder p(plain(), &nets);
+    p.record(-1.0, m, 3);
+    p.record(-3.0, m, 5);
+    p.record(2.0, o, 4);
+    p.record(2.0, o, 6);
+    // Master: sums -4 over 4 walks, squares 10: mean -1, E(w^2) 2.5, variance of mean 0.375.
+    EXPECT_DOUBLE_EQ(p.expectation(m), -1.0 * 8);
+    EXPECT_DOUBLE_EQ(p.variance_of_mean(m), 0.375);
+    EXPECT_DOUBLE_EQ(p.estimated_sigma(m), std::sqrt(0.375) / -1.0);
+    EXPECT_DOUBLE_EQ(p.hops_per_walk(), 4.5);
+    EXPECT_EQ(p.total_walks(), 4u);
+
+    Config::MCArgs sa;  // stratified by default
+    Recorder s(sa, &nets);
+    s.record(4.0, o, 2);   // stratum 0
+    s.record(2.0, m, 2);   // stratum 0
+    s.record(-2.0, o, 3);  // stratum 1
+    s.record(0.0, m, 3);   // zero weight counts as stratum 1
+    EXPECT_EQ(s.walks[0], 2u);
+    EXPECT_EQ(s.walks[1], 2u);
+    // Net o: m0 = 2, m1 = -1, E = (2 - 1)/2 * 8 = 4. q0 = 8, q1 = 2.
+    EXPECT_DOUBLE_EQ(s.expectation(o), 4.0);
+    const double v = (8 - 4) / 2.0 + (2 - 1) / 2.0;  // 2.5
+    EXPECT_DOUBLE_EQ(s.estimated_sigma(o), std::sqrt(v) / 1.0);
+    EXPECT_DOUBLE_EQ(s.variance_of_mean(o), v * 0.25);
+
+    // A net nobody reached: NaN in the plain form reads 1.0, so it never stops the loop.
+    Recorder empty(plain(), &nets);
+    empty.record(1.0, m, 1);
+    EXPECT_EQ(empty.estimated_sigma(o), 1.0);
+}
+
+TEST(SolverRecorder, MergeAddsCountsAndSumsIncludingNewKeys) {
+    NetManager nets = two_nets(rect(-10, -10, 10, 10));
+    Recorder a(plain(), &nets), b(plain(), &nets);
+    a.record(1.0, nets.nets[0], 2);
+    b.record(3.0, nets.nets[0], 4);
+    b.record(-1.0, nullptr, 1);  // a companion that left the structure
+    a.merge(&b);
+    EXPECT_EQ(a.walks[0], 3u);
+    EXPECT_EQ(a.hops[0], 7u);
+    EXPECT_DOUBLE_EQ(a.sum[0].at(nets.nets[0]), 4.0);
+    EXPECT_DOUBLE_EQ(a.sum_sq[0].at(nets.nets[0]), 10.0);
+    EXPECT_DOUBLE_EQ(a.sum[0].at(nullptr), -1.0);
+}
+
+TEST(SolverRecorder, ReportsInTheirFourForms) {
+    NetManager nets = two_nets(rect(-10, -10, 10, 10));
+    Recorder r(plain(), &nets);
+    // Master mean -1 (E = -8), other mean 0.5 (E = 4), 2 walks of 3 hops. Both relative sigmas
+    // are sqrt(0.5): (E(w^2) - m^2) / 2 is 0.5 and 0.125 against means -1 and 0.5.
+    r.record(-2.0, nets.nets[0], 3);
+    r.record(1.0, nets.nets[1], 3);
+    r.seconds = 1.5;
+    MCManager::Reporter rep{"s", false, false, false, &r, &nets};
+    EXPECT_EQ(rep.to_string(), "          0          1\nnet0: 0.0708335fF 0.0354168fF \n");
+    rep.report_full = true;
+    EXPECT_EQ(rep.to_string(),
+              "master conductor: 0\n\n"
+              "Capacitance between 0 and 0: 7.0833503e-17 F (+/- 70.711%)\n"
+              "Capacitance between 0 and 1: 3.5416751e-17 F (+/- 70.711%)\n\n"
+              "total walk number: 2 (3.000 hop per walk); total time cost: 1.500 s\n");
+    rep.report_values = true;
+    EXPECT_EQ(rep.to_string(), "7.0833503e-17\n");
+    rep.report_named = true;
+    testing::internal::CaptureStdout();
+    const std::string named = rep.to_string();
+    EXPECT_EQ(named, "0 : 0.070833503\n1 : -0.035416751\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), named);
+}
+
+TEST(SolverEntry, ParallelPlatesMatchTheirClosedForms) {
+    // A plate spanning the window 1.0 above the ground: C = eps0 eps W / d, exact in 2-D with
+    // reflecting sides. Layered: two slabs in series, d1/eps1 + d2/eps2 = 0.5/2 + 0.5/5.
+    const Wires wires = {{-5, 1.0, 5, 1.5}, {-5, -0.1, 5, 0.0}};
+    const std::array<double, 4> window = {-5, 0, 5, 10};
+    const auto c1 = RW2D_API::extract_capacitance(wires, {{0, 3.9}}, {}, window, 0.01, 4);
+    ASSERT_EQ(c1.size(), 4u);
+    const double exact1 = kEps0 * 3.9 * 10 / 1.0;
+    EXPECT_NEAR(c1[0], exact1, 0.005 * exact1 + 3 * std::sqrt(c1[2]));
+    EXPECT_NEAR(c1[1], -exact1, 0.005 * exact1 + 3 * std::sqrt(c1[3]));
+
+    const auto c2 =
+        RW2D_API::extract_capacitance(wires, {{0, 2.0}, {0.5, 5.0}}, {}, window, 0.01, 4);
+    const double exact2 = kEps0 * 10 / (0.5 / 2.0 + 0.5 / 5.0);
+    EXPECT_NEAR(c2[0], exact2, 0.01 * exact2 + 3 * std::sqrt(c2[2]));
+    EXPECT_NEAR(c2[1], -exact2, 0.01 * exact2 + 3 * std::sqrt(c2[3]));
+}
+
+TEST(SolverEntry, DegenerateWiresAreSkippedAndResultsKeepInputPositions) {
+    const std::array<double, 4> a = {-0.05, 0.3, 0.05, 0.5}, b = {0.15, 0.3, 0.25, 0.5},
+                                plate = {-10, -0.1, 10, 0.0};
+    const std::array<double, 4> flat = {1, 2, 3, 2}, thin = {4, 1, 4, 2};
+    const std::array<double, 4> window = {-10, 0, 10, 10};
+    const Layers layers = {{0, 3.9}};
+    const auto ref = RW2D_API::extract_capacitance({a, b, plate}, layers, {}, window, 0.03, 7);
+    const auto got =
+        RW2D_API::extract_capacitance({flat, a, b, thin, plate}, layers, {}, window, 0.03, 7);
+    ASSERT_EQ(ref.size(), 6u);
+    ASSERT_EQ(got.size(), 10u);
+    const int map[5] = {-1, 0, 1, -1, 2};
+    for (int i = 0; i < 5; ++i) {
+        if (map[i] < 0) {
+            EXPECT_EQ(got[i], 0.0);
+            EXPECT_EQ(got[i + 5], 0.0);
+        } else {
+            EXPECT_EQ(got[i], ref[map[i]]) << i;
+            EXPECT_EQ(got[i + 5], ref[map[i] + 3]) << i;
+        }
+    }
+    EXPECT_GT(got[1], 0.0);  // a, the first survivor, is the master
+    EXPECT_LT(got[2], 0.0);
+    // The external-solver route is not in this build: no values.
+    EXPECT_TRUE(RW2D_API::extract_capacitance({a, b, plate}, layers, {}, window, 0.0, 7).empty());
+}
+
+namespace {
+
+// A small mixed set of solves: three structures, several masters and seeds, one with coats.
+struct Call {
+    Wires wires;
+    Layers layers;
+    Diels diels;
+    std::array<double, 4> window;
+    int seed;
+};
+
+std::vector<Call> calls() {
+    const std::array<double, 4> w1 = {-0.05, 0.3, 0.05, 0.5}, w2 = {0.15, 0.3, 0.25, 0.5},
+                                w3 = {-0.12, 0.72, 0.12, 0.9};
+    const std::array<double, 4> win = {-6, 0, 6, 9}, plate = {-6, -0.1, 6, 0};
+    const Layers stack = {{0, 4.0}, {0.3, 2.9}, {0.65, 7.5}, {0.67, 2.9}, {1.1, 1.0}};
+    const Diels coats = {{7.0, {-0.06, 0.3, 0.06, 0.51}}};
+    std::vector<Call> out;
+    for (int s = 0; s < 3; ++s) {
+        out.push_back({{w1, w2, w3, plate}, stack, {}, win, 10 + s});
+        out.push_back({{w3, w1, w2, plate}, stack, {}, win, 20 + s});
+        out.push_back({{w2, w1, plate}, {{0, 3.9}}, coats, win, 30 + s});
+    }
+    return out;
+}
+
+std::vector<double> run(const Call& c) {
+    return RW2D_API::extract_capacitance(c.wires, c.layers, c.diels, c.window, 0.04, c.seed);
+}
+
+}  // namespace
+
+TEST(SolverEntry, ConcurrentCallsGiveTheAnswersOfSequentialCalls) {
+    const std::vector<Call> cs = calls();
+    std::vector<std::vector<double>> serial(cs.size()), parallel(cs.size());
+    for (std::size_t i = 0; i < cs.size(); ++i) serial[i] = run(cs[i]);
+    // As the pattern generator calls it: from the workers of its own team.
+#pragma omp parallel for schedule(dynamic, 1) num_threads(3)
+    for (std::size_t i = 0; i < cs.size(); ++i) parallel[i] = run(cs[i]);
+    for (std::size_t i = 0; i < cs.size(); ++i) EXPECT_EQ(serial[i], parallel[i]) << "call " << i;
+    // Identical arguments give identical results; another seed gives others.
+    EXPECT_EQ(run(cs[0]), serial[0]);
+    Call other = cs[0];
+    other.seed += 100;
+    EXPECT_NE(run(other), serial[0]);
+}
+
+TEST(SolverEntry, CallsFromPlainThreadsGiveTheAnswersOfSequentialCalls) {
+    // The same property with threads whose synchronisation a race detector can see (the OpenMP
+    // runtime's own barriers are invisible to it).
+    const std::vector<Call> cs = calls();
+    std::vector<std::vector<double>> serial(cs.size()), threaded(cs.size());
+    for (std::size_t i = 0; i < cs.size(); ++i) serial[i] = run(cs[i]);
+    // The serial solves fed the process-wide stores; frozen, they are read by every call below
+    // without a lock, and a table read there must be the table a call would have computed.
+    online_table_database<PDFGFT>::instance().frozen = true;
+    online_table_database<PDFWVTz>::instance().frozen = true;
+    online_table_database<PDFWVTx>::instance().frozen = true;
+    ASSERT_GT(online_table_database<PDFWVTx>::instance().map.size(), 0u);
+    std::vector<std::thread> pool;
+    for (std::size_t t = 0; t < 3; ++t)
+        pool.emplace_back([&, t] {
+            for (std::size_t i = t; i < cs.size(); i += 3) threaded[i] = run(cs[i]);
+        });
+    for (std::thread& th : pool) th.join();
+    for (std::size_t i = 0; i < cs.size(); ++i) EXPECT_EQ(serial[i], threaded[i]) << "call " << i;
+}
+
+TEST(SolverEntry, TwoWalkerThreadsAgreeWithOneWithinErrorBars) {
+    const Call c = calls()[0];
+    std::vector<Rectangle> wires;
+    for (const auto& w : c.wires) wires.push_back(Rectangle::from_array(w));
+    Config cfg = Config::for_entry(0.02, 5);
+    cfg.load_tables = false;
+    MCManager one;
+    const std::vector<double> r1 =
+        one.estimate(wires, c.layers, {}, Rectangle::from_array(c.window), cfg);
+    cfg.mc.threads = 2;
+    MCManager two;
+    const std::vector<double> r2 =
+        two.estimate(wires, c.layers, {}, Rectangle::from_array(c.window), cfg);
+    const std::size_t n = wires.size();
+    ASSERT_EQ(r2.size(), 2 * n);
+    for (std::size_t j = 0; j < n; ++j) {
+        const double sd = std::sqrt(r1[n + j] + r2[n + j]);
+        EXPECT_GT(r2[n + j], 0.0);
+        EXPECT_LT(r2[n + j], r1[n + j]);  // both threads ran the full count: smaller variance
+        EXPECT_NEAR(r1[j], r2[j], 4 * sd) << j;
+    }
+}

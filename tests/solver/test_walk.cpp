@@ -1,0 +1,189 @@
+// Walk engine: folding at reflecting walls, start points on the Gaussian surface, absorption and
+// discarding of walks, and the companion walk's start.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "solver/config.h"
+#include "solver/net_manager.h"
+#include "solver/online_table.h"
+#include "solver/walk_manager.h"
+
+using namespace RW2D;
+
+namespace {
+
+Rectangle rect(double x0, double y0, double x1, double y1) { return Rectangle(x0, x1, y1, y0); }
+
+NetManager make_nets(const std::vector<Rectangle>& wires, const Rectangle& window,
+                     bool neumann = true) {
+    Config c;
+    c.space.neumann_walls = neumann;
+    return NetManager(wires, {{0.0, 3.9}}, {}, window, c.space, c.approx);
+}
+
+Config quiet_config() {
+    Config c;
+    c.load_tables = false;
+    return c;
+}
+
+}  // namespace
+
+TEST(SolverWalk, RandomSourceDrawsWhatTheStandardEngineAndDistributionDraw) {
+    // The walker's own twister must be indistinguishable from the library's: seeds at both ends
+    // of the range, several refills, uniform draws interleaved with single bits.
+    for (std::uint32_t seed : {0u, 3u, 5489u, 0xffffffffu}) {
+        RandGen mine(seed);
+        std::mt19937 ref(seed);
+        std::uniform_real_distribution<double> u(0.0, 1.0);
+        for (int k = 0; k < 3000; ++k) {
+            ASSERT_EQ(mine.uniform(), u(ref)) << seed << " draw " << k;
+            if (k % 3 == 0) {
+                ASSERT_EQ(mine.bit(), static_cast<int>(ref() & 1u));
+            }
+        }
+    }
+    RandGen ranged(7, -2.0, 3.0);
+    std::mt19937 ref(7);
+    std::uniform_real_distribution<double> u(-2.0, 3.0);
+    for (int k = 0; k < 100; ++k) ASSERT_EQ(ranged.uniform(), u(ref));
+}
+
+TEST(SolverWalk, NeumannReflectFoldsLikeATriangleWave) {
+    EXPECT_EQ(neumann_reflect(0, 0.25, 1), 0.25);
+    EXPECT_EQ(neumann_reflect(0, 0.0, 1), 0.0);  // on a wall: stays there
+    EXPECT_EQ(neumann_reflect(0, 1.0, 1), 1.0);
+    EXPECT_NEAR(neumann_reflect(0, 1.3, 1), 0.7, 1e-12);
+    EXPECT_NEAR(neumann_reflect(0, -0.3, 1), 0.3, 1e-12);
+    EXPECT_NEAR(neumann_reflect(0, 2.3, 1), 0.3, 1e-12);   // crossed two walls
+    EXPECT_NEAR(neumann_reflect(0, -1.2, 1), 0.8, 1e-12);
+    EXPECT_NEAR(neumann_reflect(-5, 7.5, 5), 2.5, 1e-12);  // 2.5 past the right wall
+}
+
+TEST(SolverWalk, StartPointsLieOnTheGaussianSidesInProportionToTheirLength) {
+    // Master 1 x 0.5, a neighbour 1 to the right: margin 0.5, Gaussian rectangle
+    // [-0.5, 1.5] x [-0.5, 1.0]: bottom and top 2 long, left and right 1.5.
+    NetManager nets = make_nets({rect(0, 0, 1, 0.5), rect(2, 0, 3, 0.5)}, rect(-10, -10, 10, 10));
+    RandGen rng(5);
+    int count[5] = {0, 0, 0, 0, 0};
+    const int n = 70000;
+    for (int k = 0; k < n; ++k) {
+        NormDir dir;
+        const WalkPoint p = nets.sample(dir, &rng);
+        ASSERT_EQ(p.weight, 1.0);
+        const double x = p.point.x, y = p.point.y;
+        switch (dir) {
+            case NORM_Y_NEG: ASSERT_EQ(y, -0.5); ASSERT_TRUE(x >= -0.5 && x <= 1.5); break;
+            case NORM_Y_POS: ASSERT_EQ(y, 1.0); ASSERT_TRUE(x >= -0.5 && x <= 1.5); break;
+            case NORM_X_NEG: ASSERT_EQ(x, -0.5); ASSERT_TRUE(y >= -0.5 && y <= 1.0); break;
+            case NORM_X_POS: ASSERT_EQ(x, 1.5); ASSERT_TRUE(y >= -0.5 && y <= 1.0); break;
+            default: FAIL() << "direction " << dir;
+        }
+        ++count[dir];
+    }
+    // Expected shares 2/7, 2/7, 1.5/7, 1.5/7; five binomial sigmas is about 0.009.
+    EXPECT_NEAR(count[NORM_Y_NEG] / double(n), 2.0 / 7, 0.009);
+    EXPECT_NEAR(count[NORM_Y_POS] / double(n), 2.0 / 7, 0.009);
+    EXPECT_NEAR(count[NORM_X_NEG] / double(n), 1.5 / 7, 0.009);
+    EXPECT_NEAR(count[NORM_X_POS] / double(n), 1.5 / 7, 0.009);
+}
+
+TEST(SolverWalk, StartPointsOutsideTheWindowAreDrawnAgain) {
+    // The window cuts the Gaussian rectangle at x = 1.2: the right side is never used.
+    NetManager nets = make_nets({rect(0, 0, 1, 0.5), rect(-2, 0, -1, 0.5)}, rect(-10, -10, 1.2, 10));
+    RandGen rng(9);
+    for (int k = 0; k < 5000; ++k) {
+        NormDir dir;
+        const WalkPoint p = nets.sample(dir, &rng);
+        ASSERT_NE(dir, NORM_X_POS);
+        ASSERT_LE(p.point.x, 1.2);
+    }
+}
+
+TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
+    NetManager nets = make_nets({rect(-0.05, 0.3, 0.05, 0.5), rect(0.15, 0.3, 0.25, 0.5),
+                                 rect(-10, -0.1, 10, 0.0)},
+                                rect(-10, 0, 10, 10));
+    online_table_manager tables;
+    const Config cfg = quiet_config();
+    WalkManager w(&nets, cfg, tables, 42);
+    long hops = 0;
+    int on_master = 0;
+    for (int k = 0; k < 2000; ++k) {
+        w.walk();
+        ASSERT_NE(w.hit_net, nullptr);
+        ASSERT_GE(w.hops, 2u);  // the start lies 0.05 from every conductor
+        // The first hop carries the only weight: +-T e / r with r = 0.05 and e = 3.9.
+        ASSERT_NEAR(std::abs(w.weight),
+                    tables.get_single_wvtx()->total_weight * 3.9 / 0.05, 1e-9);
+        hops += w.hops;
+        on_master += w.hit_net == nets.master;
+    }
+    EXPECT_GT(on_master, 0);
+    EXPECT_LT(on_master, 2000);
+    // Same seed, same tables: the same sequence of walks.
+    online_table_manager tables2;
+    WalkManager w2(&nets, cfg, tables2, 42);
+    long hops2 = 0;
+    for (int k = 0; k < 2000; ++k) {
+        w2.walk();
+        hops2 += w2.hops;
+    }
+    EXPECT_EQ(hops, hops2);
+}
+
+TEST(SolverWalk, AGaussianSurfaceOnAConductorAbsorbsAtOnce) {
+    // Touching wires: margin 0, the Gaussian rectangle is the master itself.
+    NetManager nets = make_nets({rect(0, 0, 1, 1), rect(1, 0, 2, 1)}, rect(-10, -10, 10, 10));
+    online_table_manager tables;
+    WalkManager w(&nets, quiet_config(), tables, 1);
+    for (int k = 0; k < 50; ++k) {
+        w.walk();
+        EXPECT_EQ(w.hops, 1u);
+        EXPECT_EQ(w.weight, 1.0);
+        EXPECT_NE(w.hit_net, nullptr);
+    }
+}
+
+TEST(SolverWalk, WithAbsorbingSidesOnlyConductorWalksAreKept) {
+    // A small grounded window close to the wires: many walks leave through its sides and are
+    // begun again, so every finished walk still ends on a conductor.
+    NetManager nets = make_nets({rect(-0.1, 0.2, 0.1, 0.4), rect(0.3, 0.2, 0.5, 0.4)},
+                                rect(-0.6, 0, 0.9, 0.8), false);
+    online_table_manager tables;
+    WalkManager w(&nets, quiet_config(), tables, 3);
+    for (int k = 0; k < 1000; ++k) {
+        w.walk();
+        ASSERT_NE(w.hit_net, nullptr);
+    }
+}
+
+TEST(SolverWalk, CompanionStartsMirroredThroughTheOriginWithTheOppositeWeight) {
+    // Master [-0.05, 0.05] x [0.3, 0.5], plate 0.3 below: Gaussian rectangle
+    // [-0.2, 0.2] x [0.15, 0.65]. A bottom start (x, 0.15) has its companion at (0, 0.3), on the
+    // master's bottom edge; a side start (+-0.2, y) at (+-0.4, 0), 1e-4 under the clipped plate.
+    NetManager nets = make_nets({rect(-0.05, 0.3, 0.05, 0.5), rect(-10, -0.1, 10, 0.0)},
+                                rect(-10, 0, 10, 10));
+    online_table_manager tables;
+    WalkManager w(&nets, quiet_config(), tables, 8);
+    int bottom = 0, side = 0;
+    for (int k = 0; k < 400; ++k) {
+        w.walk();
+        const NormDir dir = w.norm_dir;
+        w.comb_walk();
+        EXPECT_EQ(w.weight, -1.0);  // the start weight, negated; plain hops keep it
+        if (dir == NORM_Y_NEG) {
+            ++bottom;
+            EXPECT_EQ(w.hops, 1u);
+            EXPECT_EQ(w.hit_net, nets.master);
+        } else if (dir == NORM_X_POS || dir == NORM_X_NEG) {
+            ++side;
+            EXPECT_GT(w.hops, 1u);
+        }
+    }
+    EXPECT_GT(bottom, 0);
+    EXPECT_GT(side, 0);
+}
