@@ -5,8 +5,12 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <iostream>
 #include <memory>
+#include <stdexcept>
 
+#include "solver/file_utils.h"
+#include "solver/parser.h"
 #include "solver/walk_manager.h"
 
 namespace RW2D {
@@ -263,9 +267,8 @@ std::vector<double> MCManager::estimate(const std::vector<Rectangle>& wires,
                                         const std::vector<std::array<double, 2>>& layers,
                                         const std::vector<std::pair<double, Rectangle>>& dielectrics,
                                         const Rectangle& window, const Config& config) {
-    // The external-solver route arrives with the structure-text formats; until then a
-    // non-positive precision yields no values.
-    if (config.mc.precision <= 0) return {};
+    if (config.mc.precision <= 0)
+        return ref_solve(wires, layers, dielectrics, window, config.mc.precision);
 
     threads = config.mc.threads;
     precision = config.mc.precision;
@@ -320,6 +323,21 @@ std::vector<double> MCManager::estimate(const std::vector<Rectangle>& wires,
     delete nets;
     delete global;
     return result;
+}
+
+std::vector<double> MCManager::ref_solve(const std::vector<Rectangle>& wires,
+                                         const std::vector<std::array<double, 2>>& layers,
+                                         const std::vector<std::pair<double, Rectangle>>& dielectrics,
+                                         const Rectangle& window, double precision) {
+    try {
+        const std::string text = ref_text(wires, layers, dielectrics, window, precision);
+        const std::string out = FileUtils::run_binary_with_string_io(
+            FileUtils::ref_solver_binary() + " -n -N -x -y -z -t", text, "");
+        return scan_ref_charges(out, wires.size());
+    } catch (const std::exception& e) {
+        std::cerr << "Error: " << e.what() << std::endl;
+        return {};
+    }
 }
 
 }  // namespace RW2D
