@@ -1,6 +1,8 @@
 #include "solver/parser.h"
 
+#include <algorithm>
 #include <cmath>
+#include <map>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -220,6 +222,126 @@ std::string NetManager::format_ref(const Rectangle& r, const std::string& name,
     os << "BOX NAME=" << name << "; CX=" << (left + right) / 2 << "; CY=" << (top + bottom) / 2
        << "; W=" << w << "; H=" << h << ";" << suffix;
     return os.str();
+}
+
+// ---------------------------------------------------------------------------------------------
+// File route of NetManager and MediumManager.
+
+namespace {
+
+// Rectangle of the side means of a quad's corners.
+Rectangle side_means(const Object& o) {
+    const auto& p = o.points;
+    return Rectangle((p[0].x + p[3].x) / 2, (p[1].x + p[2].x) / 2, (p[2].y + p[3].y) / 2,
+                     (p[0].y + p[1].y) / 2);
+}
+
+// Staircase of n slices, each at the mean width of its height range.
+Trapezoid* staircase(const Object& o, std::uint32_t n) {
+    const auto& p = o.points;
+    const double dl = (p[3].x - p[0].x) / (2.0 * n), dr = (p[2].x - p[1].x) / (2.0 * n);
+    const double dy = (p[3].y - p[0].y) / n;
+    auto* t = new Trapezoid();
+    for (std::uint32_t s = 0; s < n; ++s) {
+        const double k = 2.0 * s + 1.0;
+        const double bottom = p[0].y + s * dy;
+        t->add_slice(new Rectangle(p[0].x + k * dl, p[1].x + k * dr, bottom + dy, bottom));
+    }
+    return t;
+}
+
+}  // namespace
+
+NetManager::NetManager(std::string path, const Config::SpaceArgs& space_args,
+                       const Config::ApproxArgs& approx_args)
+    : space(space_args), approx(approx_args) {
+    boundary = space.neumann_walls ? 1 : 0;
+    std::vector<Object*> objects = parse_structure_text(path);
+    std::vector<std::pair<double, Rectangle>> dielectrics;
+    for (const Object* o : objects) {
+        if (o->type == Object::WINDOW && window == nullptr) window = new Rectangle(side_means(*o));
+        if (o->type == Object::MEDIUM) dielectrics.emplace_back(o->value, side_means(*o));
+    }
+    if (window == nullptr) Debugger::raise_error("parser error: no window");
+    std::vector<std::pair<double, Rectangle*>> cells = split_dielectrics(dielectrics);
+
+    for (const Object* o : objects) {
+        if (o->type != Object::CONDUCTOR) continue;
+        const auto& p = o->points;
+        auto* net = new WireNet();
+        net->name = o->name;
+        net->is_master = o->value != 0.0;
+        const bool slanted = !near(p[0].x, p[3].x) || !near(p[1].x, p[2].x);
+        if (slanted && approx.approx_order > 1) {
+            net->shape = staircase(*o, approx.approx_order);
+        } else {
+            Rectangle w = side_means(*o);
+            clip_wire(w, *window);
+            net->shape = new Rectangle(w);
+        }
+        nets.push_back(net);
+    }
+    for (Object* o : objects) delete o;
+    std::sort(nets.begin(), nets.end(),
+              [](const WireNet* a, const WireNet* b) { return a->name < b->name; });
+    for (WireNet* n : nets)
+        if (n->is_master && master == nullptr) master = n;
+    if (master == nullptr && !nets.empty()) master = nets.front();
+
+    filter_pieces(cells);
+    pieces = std::move(cells);
+    media.init(pieces, window);
+    finish_media();
+    finish_nets();
+    preprocess();
+}
+
+void MediumManager::init(const std::vector<std::pair<double, Rectangle*>>& pieces, Rectangle* w) {
+    set_window(w);
+    layer.top = w->top;
+    // Every bottom and top inside the window bounds a band; keys on a 1e-8 grid.
+    std::map<long long, double> keys;
+    for (const auto& pc : pieces) {
+        for (double y : {pc.second->bottom, pc.second->top})
+            if (y > w->bottom - GEO_EPS && y < w->top + GEO_EPS) keys.emplace(std::llround(y / 1e-8), y);
+    }
+    keys.emplace(std::llround(w->bottom / 1e-8), w->bottom);
+    std::vector<double> ys;
+    for (const auto& kv : keys) ys.push_back(kv.second);
+
+    // Each band's permittivity is the one that covers most of its width (background counts as
+    // vacuum); pieces that differ from a band they cross stay as media.
+    const auto eps_of = [](double e) { return e < 0 ? 1.0 : e; };
+    std::vector<std::array<double, 2>> stack;
+    std::vector<bool> kept(pieces.size(), false);
+    for (std::size_t b = 0; b + 1 < ys.size(); ++b) {
+        const double lo = ys[b], hi = ys[b + 1];
+        std::map<double, double> cover;
+        std::vector<std::size_t> inside;
+        for (std::size_t i = 0; i < pieces.size(); ++i) {
+            const Rectangle& r = *pieces[i].second;
+            if (r.bottom < hi - GEO_EPS && r.top > lo + GEO_EPS) {
+                cover[eps_of(pieces[i].first)] +=
+                    std::min(r.right, w->right) - std::max(r.left, w->left);
+                inside.push_back(i);
+            }
+        }
+        double band = 1.0, best = -1.0;
+        for (const auto& [e, width] : cover)
+            if (width > best + GEO_EPS) {
+                best = width;
+                band = e;
+            }
+        stack.push_back({lo, band});
+        for (std::size_t i : inside)
+            if (std::abs(eps_of(pieces[i].first) - band) > GEO_EPS) kept[i] = true;
+    }
+    if (stack.empty()) stack.push_back({w->bottom, 1.0});
+    layer.set_layers(stack);
+    for (Medium* m : layer.media) delete m;
+    layer.media.clear();
+    for (std::size_t i = 0; i < pieces.size(); ++i)
+        if (kept[i]) layer.media.push_back(new Medium(eps_of(pieces[i].first), *pieces[i].second));
 }
 
 }  // namespace RW2D
