@@ -12,9 +12,9 @@ namespace RW2D_API {
 // dielectrics {eps_r, rectangle}, a later one winning where they overlap. For N wires returns 2N
 // values: N capacitances in fF/um (positive for the master, negative for the others) and then
 // their N variances; a degenerate wire keeps 0 in both of its slots. precision is the relative
-// one-sigma target of the stopping rule; a precision <= 0 asks for the external solver, which is
-// not yet part of this build, and returns an empty vector. Re-entrant: concurrent calls share
-// only the frozen global table stores. Fatal structure errors end the process (status 0).
+// one-sigma target of the stopping rule; a precision <= 0 asks for the external solver instead and
+// returns its N capacitances without variances, or an empty vector when it cannot be run.
+// Re-entrant: concurrent calls share only the frozen global table stores. Fatal structure errors end the process (status 0).
 std::vector<double> extract_capacitance(
     const std::vector<std::array<double, 4>>& wires,
     const std::vector<std::array<double, 2>>& layers,

@@ -5,8 +5,17 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <memory>
+#include <dirent.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+#include "solver/file_utils.h"
+#include "solver/parser.h"
 #include "solver/walk_manager.h"
 
 namespace RW2D {
@@ -263,9 +272,8 @@ std::vector<double> MCManager::estimate(const std::vector<Rectangle>& wires,
                                         const std::vector<std::array<double, 2>>& layers,
                                         const std::vector<std::pair<double, Rectangle>>& dielectrics,
                                         const Rectangle& window, const Config& config) {
-    // The external-solver route arrives with the structure-text formats; until then a
-    // non-positive precision yields no values.
-    if (config.mc.precision <= 0) return {};
+    if (config.mc.precision <= 0)
+        return ref_solve(wires, layers, dielectrics, window, config.mc.precision);
 
     threads = config.mc.threads;
     precision = config.mc.precision;
@@ -320,6 +328,83 @@ std::vector<double> MCManager::estimate(const std::vector<Rectangle>& wires,
     delete nets;
     delete global;
     return result;
+}
+
+std::vector<double> MCManager::ref_solve(const std::vector<Rectangle>& wires,
+                                         const std::vector<std::array<double, 2>>& layers,
+                                         const std::vector<std::pair<double, Rectangle>>& dielectrics,
+                                         const Rectangle& window, double precision) {
+    try {
+        const std::string text = ref_text(wires, layers, dielectrics, window, precision);
+        const std::string out = FileUtils::run_binary_with_string_io(
+            FileUtils::ref_solver_binary() + " -n -N -x -y -z -t", text, "");
+        return scan_ref_charges(out, wires.size());
+    } catch (const std::exception& e) {
+        std::cerr << "Error: " << e.what() << std::endl;
+        return {};
+    }
+}
+
+std::string MCManager::estimate(std::string path, std::vector<online_table_manager>& tables,
+                                const Config& config) {
+    threads = config.mc.threads;
+    precision = config.mc.precision;
+    auto* nets = new NetManager(path, config.space, config.approx);
+    auto* global = new Recorder(config.mc, nets);
+    const double t0 = omp_get_wtime();
+    omp_set_dynamic(0);
+    omp_set_num_threads(static_cast<int>(threads));
+    Debugger::log("using threads ", threads);
+    // A stand-alone run is reproducible whatever the config's seed.
+    std::uint32_t seed_base = 10007;
+    if (global->scale > 0) {
+#pragma omp parallel
+        walk_worker(nets, config, tables, global, seed_base);
+    }
+    const double elapsed = omp_get_wtime() - t0;
+    Debugger::log("walk time cost: ", fixed(elapsed), " s");
+    Debugger::log("total walk: ", global->total_walks());
+    Debugger::log("avg hop: ", fixed(global->hops_per_walk()));
+    global->seconds = elapsed;
+    const Reporter reporter{config.output_path, config.report_full, config.report_values,
+                            config.report_named, global, nets};
+    std::string text = reporter.to_string();
+    delete nets;
+    delete global;
+    return text;
+}
+
+void MCManager::estimate(const Config& config) {
+    precision = config.mc.precision;
+    combine = config.mc.combine;
+    threads = config.mc.threads;
+    std::vector<online_table_manager> tables(threads);
+    std::ofstream out(config.output_path);
+    if (!out) Debugger::raise_error("Failed to open output file: " + config.output_path);
+    if (!config.input_is_directory) {
+        out << estimate(config.input_path, tables, config) << "\n";
+        return;
+    }
+    DIR* dir = opendir(config.input_path.c_str());
+    if (dir == nullptr)
+        throw std::runtime_error("Failed to open directory: " + config.input_path);
+    std::vector<std::string> files;
+    for (dirent* e = readdir(dir); e != nullptr; e = readdir(dir)) {
+        const std::string name = e->d_name;
+        if (name.empty() || name[0] == '.') continue;
+        const std::string full = FileUtils::join_path(config.input_path, name);
+        struct stat st;
+        if (stat(full.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+        if (name.size() < 4 || name.compare(name.size() - 4, 4, ".txt") != 0) continue;
+        files.push_back(full);
+    }
+    closedir(dir);
+    std::sort(files.begin(), files.end());
+    for (std::size_t k = 0; k < files.size(); ++k) {
+        Debugger::log("FRW for ", files[k], "... (", k + 1, "/", files.size(), ")");
+        const std::string text = estimate(files[k], tables, config);
+        out << "$$" << files[k] << "\n" << text << "\n";
+    }
 }
 
 }  // namespace RW2D

@@ -88,11 +88,29 @@ public:
 
     // Capacitances of every wire to wires[0] after filtering degenerate wires: 2N values (N
     // capacitances in fF/um, then N variances), zeros for filtered wires. Precision <= 0 selects
-    // the external solver, which this build does not have yet: the result is then empty.
+    // the external solver: see ref_solve.
     std::vector<double> estimate(const std::vector<Rectangle>& wires,
                                  const std::vector<std::array<double, 2>>& layers,
                                  const std::vector<std::pair<double, Rectangle>>& dielectrics,
                                  const Rectangle& window, const Config& config);
+
+    // Solves one structure file with the caller's per-thread tables (one per thread, at least
+    // config.mc.threads) from the fixed base seed 10007, and returns the report in the form the
+    // config's flags select. Structure-file errors end the process (status 0).
+    std::string estimate(std::string path, std::vector<online_table_manager>& tables,
+                         const Config& config);
+    // Solves config.input_path, or each ".txt" file of that directory in name order behind a
+    // "$$<path>" line, and writes the reports to config.output_path. Raises "Failed to open output
+    // file: <path>"; throws std::runtime_error "Failed to open directory: <path>".
+    void estimate(const Config& config);
+
+    // Capacitances of the unfiltered wires by the reference solver: N values in fF/um (charges with
+    // wires[0] at 1 V), no variances. Prints "Error: " and the reason on standard error and returns
+    // an empty vector when the solver cannot be run or its output cannot be read.
+    std::vector<double> ref_solve(const std::vector<Rectangle>& wires,
+                                  const std::vector<std::array<double, 2>>& layers,
+                                  const std::vector<std::pair<double, Rectangle>>& dielectrics,
+                                  const Rectangle& window, double precision);
 
 private:
     // The body each walker thread runs: seed step, batches until the stopping rule holds, merge
