@@ -232,18 +232,18 @@ const FamilyTemplate& familyTemplate(const std::string& name) {
     return all.at(name);
 }
 
-std::vector<double> sweepGrid(const std::string& spec, const Layers& layers) {
-    if (spec.front() == '{') {
-        std::string inner = spec.substr(1, spec.size() - 2);
+std::vector<double> sweepGrid(const std::string& grid, const Layers& layers) {
+    if (grid.front() == '{') {
+        std::string inner = grid.substr(1, grid.size() - 2);
         if (std::isdigit(static_cast<unsigned char>(inner[0]))) return {std::stod(inner)};
         return {layerValue(inner, layers)};
     }
-    size_t open = spec.find('('), comma = spec.find(','), close = spec.find(')');
+    size_t open = grid.find('('), comma = grid.find(','), close = grid.find(')');
     if (open == std::string::npos || close == std::string::npos)
-        throw std::invalid_argument("unknown grid \"" + spec + "\"");
-    std::string kind = spec.substr(0, open);
-    double a = layerValue(spec.substr(open + 1, (comma == std::string::npos ? close : comma) - open - 1), layers);
-    double b = comma == std::string::npos ? 0.0 : layerValue(spec.substr(comma + 1, close - comma - 1), layers);
+        throw std::invalid_argument("unknown grid \"" + grid + "\"");
+    std::string kind = grid.substr(0, open);
+    double a = layerValue(grid.substr(open + 1, (comma == std::string::npos ? close : comma) - open - 1), layers);
+    double b = comma == std::string::npos ? 0.0 : layerValue(grid.substr(comma + 1, close - comma - 1), layers);
 
     auto scaled = [](double x, std::initializer_list<double> factors) {
         std::vector<double> g;
@@ -288,7 +288,7 @@ std::vector<double> sweepGrid(const std::string& spec, const Layers& layers) {
         }
         return g;
     }
-    throw std::invalid_argument("unknown grid \"" + spec + "\"");
+    throw std::invalid_argument("unknown grid \"" + grid + "\"");
 }
 
 TemplateFamily::TemplateFamily(const std::string& family_name)
