@@ -51,8 +51,8 @@ struct FamilyTemplate {
 // Returns the template of the family `name`; throws std::out_of_range for an unknown name.
 const FamilyTemplate& familyTemplate(const std::string& name);
 
-// Returns the values of the grid written as `grid` ("{10}", "{s2}", "S6(s2)", "O8(w2,w1)", ...) on
-// throws std::invalid_argument for an unknown grid.
+// Returns the values of the grid written as `grid` ("{10}", "{s2}", "S6(s2)", "O8(w2,w1)", ...)
+// on `layers`; throws std::invalid_argument for an unknown grid.
 std::vector<double> sweepGrid(const std::string& grid, const Layers& layers);
 
 // A family drawn from its template.
