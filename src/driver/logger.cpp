@@ -1,8 +1,8 @@
 #include "driver/logger.h"
 
-#include <sys/time.h>
+#include "driver/ptimer.h"
 
-#include <ctime>
+#include <cstdio>
 #include <iostream>
 
 namespace {
@@ -130,16 +130,8 @@ void PLOG::closeLog() {
 }
 
 const char* PLOG::getTimeStamp() {
-    timeval tv{};
-    gettimeofday(&tv, nullptr);
-    std::tm tmv{};
-    time_t secs = tv.tv_sec;
-    if (localtime_r(&secs, &tmv) == nullptr) {
-        snprintf(stamp, sizeof stamp, "[]");
-        return stamp;
-    }
-    char body[64];
-    strftime(body, sizeof body, "%F %T", &tmv);
-    snprintf(stamp, sizeof stamp, "[%s.%03d]", body, static_cast<int>(tv.tv_usec / 1000));
+    // The stopwatch formats the local time; an empty text means it was unavailable.
+    const char* now = PTimer::getTimeString();
+    snprintf(stamp, sizeof stamp, now[0] ? "[%s]" : "[]", now);
     return stamp;
 }
