@@ -9,15 +9,15 @@
 namespace RW2D {
 
 const std::array<const char*, NUM_RESERVED_WORDS> ReservedWordsList = {
-    "ang",  "ang1",   "ang2", "arc",  "at",   "auto", "begin",    "box",      "capa",
-    "circ", "copy",   "cut",  "diel", "elements", "end", "from", "h",        "in",
-    "indu", "line",   "move", "para", "points",   "poly", "r",   "resi",     "rho",
-    "right", "to",    "touch", "up",  "volt", "w",        "window", "with"};
+    "ang",   "ang1", "ang2",  "arc",  "at",       "auto", "begin",  "box",  "capa",
+    "circ",  "copy", "cut",   "diel", "elements", "end",  "from",   "h",    "in",
+    "indu",  "line", "move",  "para", "points",   "poly", "r",      "resi", "rho",
+    "right", "to",   "touch", "up",   "volt",     "w",    "window", "with"};
 
 Object** g_obj = nullptr;
 int g_objnum = 0;
 std::ifstream g_tpddlin;
-short g_errflg = 0;
+std::int16_t g_errflg = 0;
 long errlocate = 0;
 Object* curobj = nullptr;
 int curobjno = 0;

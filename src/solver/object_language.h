@@ -11,6 +11,7 @@
 //   end
 
 #include <array>
+#include <cstdint>
 #include <fstream>
 #include <string>
 #include <utility>
@@ -43,12 +44,12 @@ extern int g_objnum;
 extern std::ifstream g_tpddlin;  // the input being read
 // Syntax errors over the life of the process. A syntax error ends its parse, so the count is
 // reported by the "end" of the next parse that gets there.
-extern short g_errflg;
-extern long errlocate;  // stream position of the last error
-extern Object* curobj;  // object being filled
-extern int curobjno;    // next free object
+extern std::int16_t g_errflg;
+extern long errlocate;            // stream position of the last error
+extern Object* curobj;            // object being filled
+extern int curobjno;              // next free object
 extern char curname[NAME_CHARS];  // last new name, at most 14 characters
-extern bool constflag;  // inside a "para" statement: unknown words are new constants
+extern bool constflag;            // inside a "para" statement: unknown words are new constants
 extern std::vector<std::string> constvarlist;
 extern std::vector<double> constvaluelist;
 extern int constvarnum;
@@ -60,7 +61,9 @@ struct LexValue {
 };
 
 // Reads the next token from g_tpddlin: 0 at the end of the input or at character 255, an
-// ObjToken for numbers, words and names, otherwise the character itself. Never fails.
+// ObjToken for numbers, words and names, otherwise the character itself. A "//" comment runs to
+// its line end, and the character behind it is taken as it is, white space or '/' included; a
+// "/*" comment runs through "*/" and reads as one '/'. Never fails.
 int yylex(LexValue& value);
 
 // Classifies a word (reserved word, known object, known constant, new constant, new name) and

@@ -37,7 +37,8 @@ std::vector<Token> lex_all(const std::string& text) {
     RW2D::g_tpddlin.open(path);
     std::vector<Token> tokens;
     RW2D::LexValue v;
-    for (int t = RW2D::yylex(v); t != 0; t = RW2D::yylex(v)) tokens.push_back({t, v.number, v.index});
+    for (int t = RW2D::yylex(v); t != 0; t = RW2D::yylex(v))
+        tokens.push_back({t, v.number, v.index});
     RW2D::g_tpddlin.close();
     std::remove(path.c_str());
     return tokens;
@@ -196,7 +197,8 @@ TEST(ObjectLanguageParse, ReusedNameWarnsAndOverwrites) {
         "box b; volt = 0; at (0, 0); w = 1; h = 1\n"
         "end\n",
         &out);
-    EXPECT_EQ(out, "WARNING: This object name has been used!\nOld value will be replaced by new one!\n");
+    EXPECT_EQ(out,
+              "WARNING: This object name has been used!\nOld value will be replaced by new one!\n");
     // Three keywords size the array; the reused name leaves the last slot empty.
     ASSERT_EQ(count, 3);
     EXPECT_EQ(obj[0]->name, "a");
@@ -215,7 +217,8 @@ TEST(ObjectLanguageParse, ErrorsAreCountedAndReportedAtTheNextEnd) {
     std::string out;
     // "begin\nbox " is 10 characters: the error is seen behind the number at offset 10.
     auto [count, obj] = parse_text("begin\nbox 3; volt = 1\nend\n", &out);
-    EXPECT_EQ(out, "Error the " + std::to_string(before + 1) + "th, CharLocate 11  Current char is ;\n");
+    EXPECT_EQ(out,
+              "Error the " + std::to_string(before + 1) + "th, CharLocate 11  Current char is ;\n");
     EXPECT_EQ(count, 1);
     EXPECT_NE(obj, nullptr);
 
@@ -266,4 +269,14 @@ TEST(ObjectLanguageParse, SuccessiveParsesStartAfresh) {
     EXPECT_EQ(obj[0]->value, 2.0);
     parse_text("begin box z; volt = k; at (0,0); w = 1; h = 1 end");
     EXPECT_EQ(RW2D::g_errflg, before + 1);
+}
+
+TEST(ObjectLanguageParse, KeywordGluedToANumberStillMakesAnObject) {
+    // "1box" is no keyword to the count, but the scanner reads 1 and then "box".
+    const auto [count, obj] = parse_text(
+        "begin box a; volt = 1; at (0,0); w = 1; h = 1box b; volt = 0; at (3,0); w = 2; h = 2 end");
+    ASSERT_EQ(count, 2);
+    EXPECT_EQ(obj[0]->name, "a");
+    EXPECT_EQ(obj[1]->name, "b");
+    expect_point(obj[1]->points[2], 5, 2);
 }
