@@ -48,64 +48,31 @@ bool isName(const std::string& s) {
     return true;
 }
 
+// [+-]? (digits (. digits*)? | . digits*) ([eE] [+-]? digits+)?
 bool isNumber(const std::string& s) {
-    enum { Start, Sign, Int, Frac, Exp, ExpSign, ExpInt } state = Start;
-    for (char c : s) {
-        const bool d = c >= '0' && c <= '9';
-        const bool sign = c == '+' || c == '-';
-        switch (state) {
-            case Start:
-                if (sign)
-                    state = Sign;
-                else if (d)
-                    state = Int;
-                else if (c == '.')
-                    state = Frac;
-                else
-                    return false;
-                break;
-            case Sign:
-                if (d)
-                    state = Int;
-                else if (c == '.')
-                    state = Frac;
-                else
-                    return false;
-                break;
-            case Int:
-                if (c == '.')
-                    state = Frac;
-                else if (c == 'e' || c == 'E')
-                    state = Exp;
-                else if (!d)
-                    return false;
-                break;
-            case Frac:
-                if (c == 'e' || c == 'E')
-                    state = Exp;
-                else if (!d)
-                    return false;
-                break;
-            case Exp:
-                if (sign)
-                    state = ExpSign;
-                else if (d)
-                    state = ExpInt;
-                else
-                    return false;
-                break;
-            case ExpSign:
-                if (d)
-                    state = ExpInt;
-                else
-                    return false;
-                break;
-            case ExpInt:
-                if (!d) return false;
-                break;
-        }
+    std::size_t i = 0;
+    auto sign = [&] {
+        if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
+    };
+    auto digits = [&] {
+        const std::size_t from = i;
+        while (i < s.size() && s[i] >= '0' && s[i] <= '9') ++i;
+        return i - from;
+    };
+    sign();
+    const std::size_t whole = digits();
+    if (i < s.size() && s[i] == '.') {
+        ++i;
+        digits();
+    } else if (whole == 0) {
+        return false;
     }
-    return state == Int || state == Frac || state == ExpInt;
+    if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
+        ++i;
+        sign();
+        if (digits() == 0) return false;
+    }
+    return i == s.size();
 }
 
 // Length of the longest name or number that starts at `from`, by trying every length.
