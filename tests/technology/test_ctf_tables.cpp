@@ -230,32 +230,59 @@ TEST(CtfTables, PolynomialTable) {
     EXPECT_NEAR(out, 0.1, 1e-15);
 }
 
+TEST(CtfTables, SharedErrorTextsInEveryTable) {
+    const std::vector<std::string> width_spacing = {"thickness_var_from_ws",
+                                                    "side_tan_vs_si_width_and_spacing",
+                                                    "spacer_er_from_gate_ws",
+                                                    "rho_vs_width_and_spacing",
+                                                    "mask",
+                                                    "width_var_from_ws"};
+    std::vector<std::string> vector_tables = width_spacing;
+    vector_tables.insert(vector_tables.end(),
+                         {"width_var_from_wl", "width_var_from_contact_gate_s",
+                          "thickness_vs_density_and_width", "ild_thickness_var_from_effective_ws",
+                          "rho_vs_si_width_and_thickness", "ceff_vs_frq_and_spacing"});
+    std::vector<ErrorCase> cases;
+    auto each = [&](const std::vector<std::string>& tables, const std::string& body,
+                    const std::string& word, const char* message) {
+        for (const std::string& kw : tables)
+            cases.push_back(
+                {"\n " + kw + " {\n " + body + " }", word.empty() ? kw : word, 1, message});
+    };
+    std::vector<std::string> with_poly = vector_tables;
+    with_poly.push_back("thickness_var_from_polynomial");
+    each(with_poly, "", "", kMissing);
+    each(with_poly, "er_table { (a 1) }", "er_table", kUnknowClass);
+    std::vector<std::string> with_rates = vector_tables;
+    with_rates.insert(with_rates.end(), {"rpsq_vs_width_and_spacing", "rpv_vs_width_and_length"});
+    each(with_rates, "gate_pitch { 1 }", "gate_pitch", kUnknowField);
+    std::vector<std::string> with_wl = width_spacing;
+    with_wl.push_back("width_var_from_wl");
+    each(with_wl, "widths { }", "widths", kAtLeastOne);
+    with_wl.insert(with_wl.end(), {"thickness_vs_density_and_width", "rpv_vs_width_and_length"});
+    each(with_wl, "widths { 2 1 }", "widths", kAscending);
+    each({"width_var_from_contact_gate_s"}, "contact2contact_spacings { 2 1 }",
+         "contact2contact_spacings", kAscending);
+    expectErrors(cases);
+}
+
 TEST(CtfTables, WidthVariationErrors) {
-    const std::string ws = "thickness_var_from_ws";
     const std::string ev = "width_var_from_ws";
     const std::string one = " { widths { 1 } spacings { 1 } values { 1 } } ";
     const std::string wl = "width_var_from_wl";
     const std::string cg = "width_var_from_contact_gate_s";
     const std::string sub =
-        " { contact2contact_spacings { 1 } gate2contact_spacings { 1 } "
-        "values { 1 } } ";
+        " { contact2contact_spacings { 1 } gate2contact_spacings { 1 } values { 1 } } ";
     const char* head =
         "expecting mask id pair beginning with LEFT PARENTHESIS or table content beginning with "
         "LEFT BRACE";
     const char* pair = "expecting tuple with two non-negative integers";
-    const char* ws_dims =
-        "dimensions of widths and spacings vectors do not match with the values vector";
-    const char* cg_dims =
-        "dimensions of contact2contact_spacings and gate2contact_spacings vectors do not match "
-        "with the values vector";
     expectErrors({
-        {ws + " { widths { } spacings { 1 } values { 1 } }", "widths", 1, kAtLeastOne},
-        {ws + " { widths { 1 } spacings { 2 1 } values { 1 2 } }", "spacings", 1, kAscending},
-        {ws + " { widths { 1 }\n  lengths { 1 } }", "lengths", 1, kUnknowField},
-        {ws + " { widths { 1 } thickness 0.1 }", "thickness", 1, kUnknowClass},
-        {"\n" + ws + " { widths { 1 } spacings { 1 } }", ws, 1, kMissing},
-        {ws + " { widths { 1 2 } spacings { 1 2 3 } values { 1 2 3 4 5 } }", ws, 1, ws_dims},
-        {ws + " { widths { 1 } spacings { 1 } values { 1 }", "}", 3,
+        {"thickness_var_from_ws { widths { 1 } thickness 0.1 }", "thickness", 1, kUnknowClass},
+        {"thickness_var_from_ws { widths { 1 2 } spacings { 1 2 3 } values { 1 2 3 4 5 } }",
+         "thickness_var_from_ws", 1,
+         "dimensions of widths and spacings vectors do not match with the values vector"},
+        {"thickness_var_from_ws { widths { 1 } spacings { 1 } values { 1 }", "}", 3,
          "cannot find the end of the table"},
         {"rho_vs_width_and_spacing { widths { 1 } spacings { 1 2 } values { 0.5 0 } }",
          "rho_vs_width_and_spacing", 1, "rho values must be larger than zero"},
@@ -275,9 +302,6 @@ TEST(CtfTables, WidthVariationErrors) {
          "missing mask tables (must specify all the possible combinations of the mask ids)"},
         {ev + " { is_gate }", "is_gate", 1, kUnknowField},
         {ev + " { rho 2 }", "rho", 1, kUnknowField},
-        {ev + " { widths { 1 } er_table { ( a 1 ) } }", "er_table", 1, kUnknowClass},
-        {ev + " { widths { 1 2 } spacings { 1 2 3 } values { 1 2 3 4 5 } }", ev, 1, ws_dims},
-        {ev + " { widths { 1 } }", ev, 1, kMissing},
 
         {wl + " { widths { 1 } lengths { 1 } values { (1 2) (3) } }", "(", 2,
          "expecting 2 elements (length etch and width etch) in each tuple"},
@@ -285,12 +309,7 @@ TEST(CtfTables, WidthVariationErrors) {
          "expecting at least one etch value tuple"},
         {wl + " { widths { 1 2 } lengths { 1 } values { (1 2) } }", wl, 1,
          "dimensions of widths and lengths vectors do not match with the values vector"},
-        {wl + " { widths { 1 } values { (1 2) } }", wl, 1, kMissing},
-        {wl + " { widths { } }", "widths", 1, kAtLeastOne},
-        {wl + " { lengths { 3 1 } }", "lengths", 1, kAscending},
-        {wl + " { spacings { 1 } }", "spacings", 1, kUnknowField},
         {wl + " { er_sispacing { (1 2) } }", "er_sispacing", 1, kUnknowField},
-        {wl + " { nmask 2 }", "nmask", 1, kUnknowClass},
 
         {cg + " { num_tables 0.5 }", "num_tables", 1,
          "invalid sub table number of the width_var_from_contact_gate_s table"},
@@ -299,11 +318,11 @@ TEST(CtfTables, WidthVariationErrors) {
         {cg + " { num_tables 1 t1 { widths { 1 } } }", "widths", 1,
          "unknown field in the sub table"},
         {cg + " { num_tables 1 t1 { rho 1 } }", "rho", 1, "unknown field in the sub table"},
-        {cg + " { num_tables 1 t1 { contact2contact_spacings { 2 1 } } }",
-         "contact2contact_spacings", 1, kAscending},
         {cg + " { num_tables 1 t1 { contact2contact_spacings { 1 2 } "
               "gate2contact_spacings { 1 } values { 1 } } }",
-         "t1", 1, cg_dims},
+         "t1", 1,
+         "dimensions of contact2contact_spacings and gate2contact_spacings vectors do not match "
+         "with the values vector"},
         {cg + " { num_tables 1 t1 { values { 1 } } }", "t1", 1, kMissing},
         {cg + " { num_tables 1 widths { 1 } }", "widths", 1, "unknown field in the table"},
         {cg + " { num_tables 2 t1" + sub + "}", cg, 1,
@@ -313,7 +332,6 @@ TEST(CtfTables, WidthVariationErrors) {
         {cg + " { values { 1 } num_tables 1 }", "num_tables", 1,
          "num_tables field must be specified at the beginning ot the "
          "width_var_from_contact_gate_s table"},
-        {cg + " { values { 1 } }", cg, 1, kMissing},
         {cg + " { contact2contact_spacings { 1 } gate2contact_spacings { 1 2 } values { 1 } }", cg,
          1,
          "dimensions of contact2contact_spacings and gate2contact_spacings vectors do not match "
@@ -328,12 +346,8 @@ TEST(CtfTables, ThicknessAndResistanceErrors) {
     const std::string box = "densitybox_weight_factor";
     const std::string rs = "rpsq_vs_si_width";
     const std::string ra = "rpv_vs_area";
-    const std::string dw = "thickness_vs_density_and_width";
-    const std::string ild = "ild_thickness_var_from_effective_ws";
-    const std::string rho = "rho_vs_si_width_and_thickness";
     const std::string rpsq = "rpsq_vs_width_and_spacing";
     const std::string rpv = "rpv_vs_width_and_length";
-    const std::string ceff = "ceff_vs_frq_and_spacing";
     const std::string poly = "thickness_var_from_polynomial";
     const std::string orders = " density_polynomial_orders { 0 } width_polynomial_orders { 0 1 } ";
     const char* tuple = "expecting 2 elements in each tuple";
@@ -370,22 +384,19 @@ TEST(CtfTables, ThicknessAndResistanceErrors) {
         {ra + " { (1 -2) }", "(", 1, "rpv values must be larger than zero"},
         {ra + " { (2 1) (1 2) (2 3) }", "(", 3, "area values can not be duplicated"},
 
-        {dw + " { sidensities { 0.5 0.4 } }", "sidensities", 1, kAscending},
-        {dw + " { widths { 1 2 } densities { 0 } values { 1 } }", dw, 1,
+        {"thickness_vs_density_and_width { widths { 1 2 } densities { 0 } values { 1 } }",
+         "thickness_vs_density_and_width", 1,
          "dimensions of widths and densities vectors do not match with the values vector"},
-        {dw + " { widths { 1 } values { 1 } }", dw, 1, kMissing},
-        {dw + " { spacings { 1 } }", "spacings", 1, kUnknowField},
-        {dw + " { rho 1 }", "rho", 1, kUnknowClass},
-        {ild + " { widths { 1 } spacings { 1 } }", ild, 1, kMissing},
-        {ild + " { widths { 1 } spacings { 1 } thickness_changes { 1 2 } }", ild, 1,
+        {"ild_thickness_var_from_effective_ws { widths { 1 } spacings { 1 } "
+         "thickness_changes { 1 2 } }",
+         "ild_thickness_var_from_effective_ws", 1,
          "dimensions of widths and spacings vectors do not match with the thickness_changes "
          "vector"},
-        {ild + " { values { 1 } }", "values", 1, kUnknowField},
-        {rho + " { width { 1 } thickness { 1 } values { 0 } }", "values", 1,
+        {"rho_vs_si_width_and_thickness { width { 1 } thickness { 1 } values { 0 } }", "values", 1,
          "rho values must be larger than zero"},
-        {rho + " { width { 1 } thickness { 1 2 } values { 1 } }", rho, 1,
+        {"rho_vs_si_width_and_thickness { width { 1 } thickness { 1 2 } values { 1 } }",
+         "rho_vs_si_width_and_thickness", 1,
          "dimensions of width and thickness vectors do not match with the values vector"},
-        {rho + " { width { 1 } values { 1 } }", rho, 1, kMissing},
         {rpsq + " { values { 1 } }", rpsq, 1,
          "must specify one of the spacings and widths field at least"},
         {rpsq + " { widths { 1 } }", rpsq, 1, "missing rpsq value fields"},
@@ -403,12 +414,11 @@ TEST(CtfTables, ThicknessAndResistanceErrors) {
         {rpv + " { widths { 0 1 } }", "widths", 1, "width values must be larger than zero"},
         {rpv + " { lengths { -1 } }", "lengths", 1, "length values must be larger than zero"},
         {rpv + " { values { 1 0 } }", "values", 1, "rpv values must be larger than zero"},
-        {rpv + " { widths { 2 1 } }", "widths", 1, kAscending},
         {rpv + " { widths { 1 } lengths { 1 2 } values { 1 } }", rpv, 1,
          "dimensions of widths and lengths vectors do not match with the values vector"},
-        {ceff + " { frq { 1 2 } spacings { 5 } values { 0.1 } }", ceff, 1,
+        {"ceff_vs_frq_and_spacing { frq { 1 2 } spacings { 5 } values { 0.1 } }",
+         "ceff_vs_frq_and_spacing", 1,
          "dimensions of frq and spacings vectors do not match with the values vector"},
-        {ceff + " { frq { 1 } values { 0.1 } }", ceff, 1, kMissing},
 
         {poly + " { thickness_bounds { 1 } }", "thickness_bounds", 1,
          "must have 2 thickness values"},
@@ -426,9 +436,7 @@ TEST(CtfTables, ThicknessAndResistanceErrors) {
         {poly + " {" + orders + "polynomial_coefficients { 1 2 3 } }", poly, 1,
          "dimensions of density_polynomial_orders and width_polynomial_orders vectors do not "
          "match with the polynomial_coefficients"},
-        {poly + " {" + orders + "}", poly, 1, kMissing},
         {poly + " { widths { 1 } }", "widths", 1, "unknown field in the table"},
-        {poly + " { rho 1 }", "rho", 1, kUnknowClass},
     });
 }
 
