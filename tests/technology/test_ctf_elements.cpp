@@ -312,39 +312,6 @@ TEST(CtfInterpreterTest, KeywordTableMatchesTheLanguage) {
     EXPECT_EQ(ci.keyword_table.size(), 170u);
 }
 
-// A statement class plugged in by name.
-class FakeConductor : public Ctfstruct {
-public:
-    ElementProcessor* translate(CtfInterpreter* ci) override {
-        processHead(ci);
-        ElementProcessor* e = nullptr;
-        long start = 0;
-        while (readField(ci, e, start))
-            if (auto* a = dynamic_cast<CtfNumberAttri*>(e)) total += a->value;
-        return this;
-    }
-    double total = 0;
-};
-
-TEST(CtfInterpreterTest, RegisteredClassReplacesTheBuiltOne) {
-    CtfProcessorFactory before = registeredCtfProcessor("CtfConductor");
-    ASSERT_NE(before, nullptr);
-    EXPECT_EQ(registerCtfProcessor("CtfConductor",
-                                   []() -> ElementProcessor* { return new FakeConductor; }),
-              before);
-    {
-        Reader r("conductor M1 { thickness 1.5 er 2 }");
-        auto* fake = dynamic_cast<FakeConductor*>(r.ci.processorOf("CtfConductor"));
-        ASSERT_NE(fake, nullptr);
-        EXPECT_EQ(r.ci.processElem(), fake);
-        EXPECT_DOUBLE_EQ(fake->total, 3.5);
-    }
-    registerCtfProcessor("CtfConductor", before);
-    CtfInterpreter plain;
-    plain.initProcessors();
-    EXPECT_EQ(dynamic_cast<FakeConductor*>(plain.processorOf("CtfConductor")), nullptr);
-}
-
 TEST(CtfInterpreterTest, DeepNestingIsAnErrorNotACrash) {
     std::string text;
     for (int i = 0; i < 100000; ++i) text += "crt_area { ";

@@ -203,23 +203,6 @@ TEST(CtfLexer, ReadStopsSilentlyTwoBytesShortOfSixteenMebibytes) {
     }
 }
 
-TEST(CtfTokenStream, CursorStepStopsOnTheLastToken) {
-    TokenStream ts;
-    EXPECT_FALSE(ts.next());
-    EXPECT_EQ(ts.at_end, 1);
-    EXPECT_EQ(ts.current, 0u);
-
-    ts.tokens = {"a", "b"};
-    ts.contexts = {{0, 0}, {0, 2}};
-    ts.at_end = 0;
-    EXPECT_TRUE(ts.next());
-    EXPECT_EQ(ts.current, 1u);
-    EXPECT_EQ(ts.at_end, 0);
-    EXPECT_FALSE(ts.next());
-    EXPECT_EQ(ts.current, 1u);
-    EXPECT_EQ(ts.at_end, 1);
-}
-
 TEST(CtfErrors, SyntaxErrorTextAndCursor) {
     TokenStream ts;
     ts.tokens = {"widths", "{", "x"};
