@@ -476,10 +476,8 @@ TEST(CtfConductor, PolynomialWidthAndSpacingRanges) {
     EXPECT_EQ(c->spacing_bounds, (std::vector<double>{0.2, 2.0}));
     const ThicknessPolynomialModel& p = *c->thickness_polynomial;
     EXPECT_EQ(p.has_width_range + p.has_spacing_range, 2);
-    EXPECT_DOUBLE_EQ(p.width_low, 0.05);
-    EXPECT_DOUBLE_EQ(p.width_high, 0.5);
-    EXPECT_DOUBLE_EQ(p.spacing_low, 0.2);
-    EXPECT_DOUBLE_EQ(p.spacing_high, 2.0);
+    EXPECT_TRUE(
+        near({p.width_low, p.width_high, p.spacing_low, p.spacing_high}, {0.05, 0.5, 0.2, 2.0}));
 
     // The ILD table widens the range where it reaches further.
     Layer w(metal(std::string(kEtchTable) + polynomial("") +
@@ -498,8 +496,8 @@ TEST(CtfConductor, PolynomialWidthAndSpacingRanges) {
     EXPECT_EQ(logOf(bounds), "");
     Layer b(bounds);
     EXPECT_EQ(b->width_bounds, (std::vector<double>{-1, -1}));
-    EXPECT_DOUBLE_EQ(b->thickness_polynomial->width_low, 0.1);
-    EXPECT_DOUBLE_EQ(b->thickness_polynomial->width_high, 1.0);
+    EXPECT_TRUE(near({b->thickness_polynomial->width_low, b->thickness_polynomial->width_high},
+                     {0.1, 1.0}));
     EXPECT_EQ(b->thickness_polynomial->has_spacing_range, 0);
 
     // Otherwise wmin (0.1) lowered to the first break point, up to the last break point.
@@ -512,12 +510,12 @@ TEST(CtfConductor, PolynomialWidthAndSpacingRanges) {
               "[WARNING] CTF file: thickness_var_from_polynomial modeling for the conductor layer "
               "\"M1\" does not contain density_bounds_vs_width table.\n");
     Layer r(ranges);
-    EXPECT_DOUBLE_EQ(r->thickness_polynomial->width_low, 0.05);
-    EXPECT_DOUBLE_EQ(r->thickness_polynomial->width_high, 0.5);
+    EXPECT_TRUE(near({r->thickness_polynomial->width_low, r->thickness_polynomial->width_high},
+                     {0.05, 0.5}));
     // No break points: wmin up to a hundred times wmin.
     Layer m(metal(" wmin 0.2\n" + polynomial("")));
-    EXPECT_DOUBLE_EQ(m->thickness_polynomial->width_low, 0.2);
-    EXPECT_DOUBLE_EQ(m->thickness_polynomial->width_high, 20.0);
+    EXPECT_TRUE(near({m->thickness_polynomial->width_low, m->thickness_polynomial->width_high},
+                     {0.2, 20.0}));
 }
 
 TEST(CtfConductor, StatementStartsFromScratch) {

@@ -1,6 +1,6 @@
 // CTF element framework: each generic element form with good input and with each of its error
-// texts (token, line and position worked out by hand), the keyword table, the rebinding of "("
-// inside maps, and the plugging in of statement classes.
+// texts (token, line and position worked out by hand), the table head and body, the rebinding of
+// "(" inside maps, and the keyword table.
 #include <gtest/gtest.h>
 
 #include <map>
