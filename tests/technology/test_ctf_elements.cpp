@@ -284,8 +284,7 @@ TEST(CtfInterpreterTest, KeywordTableMatchesTheLanguage) {
         {"CtfRPSQ_width_spacing", "rpsq_vs_width_and_spacing"},
         {"CtfRPSQ_SI_width", "rpsq_vs_si_width"},
         {"CtfRPV_width_length", "rpv_vs_width_and_length"},
-        {"CtfRPV_Area", "rpv_vs_area"},
-    };
+        {"CtfRPV_Area", "rpv_vs_area"}};
     CtfInterpreter ci;
     ci.initProcessors();
     EXPECT_EQ(ci.processors.size(), 41u);

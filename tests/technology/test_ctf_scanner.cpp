@@ -63,8 +63,7 @@ TEST(CtfScanner, TokenBoundaries) {
         {".e5", {".e5"}},
         {".e", {".", "e"}},
         {"-a", {"a"}},
-        {"widths{1 2}(3)", {"widths", "{", "1", "2", "}", "(", "3", ")"}},
-    };
+        {"widths{1 2}(3)", {"widths", "{", "1", "2", "}", "(", "3", ")"}}};
     for (const auto& [text, tokens] : cases) EXPECT_EQ(tokensOf(text), tokens) << text;
     Scan s = scan("M1.2 widths{");
     EXPECT_EQ(s.contexts, (std::vector<CtfContext>{{0, 0}, {0, 2}, {0, 5}, {0, 11}}));
