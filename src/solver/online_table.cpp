@@ -209,15 +209,17 @@ void online_table_manager::pack(const std::vector<double>& heights,
   const double emax = max_of(eps);
   const double cell = size / kNodes;
   const size_t n = heights.size();
+  // Each height is divided and rounded once: the division is the costliest step of a hop's key.
   size_t i = 0;
-  while (i < n) {
-    const long k = round_half_away(heights[i] / cell);
-    if (k > kNodes - 1) break;
+  long k = n > 0 ? round_half_away(heights[0] / cell) : 0;
+  while (i < n && k <= kNodes - 1) {
     size_t t = i;
-    while (t + 1 < n && round_half_away(heights[t + 1] / cell) == k) ++t;
+    long next = k;
+    while (t + 1 < n && (next = round_half_away(heights[t + 1] / cell)) == k) ++t;
     const int q = quantise(eps[t], emax, step);
     if (key.empty() || byte_at(key, key.size() - 1) != q) append_pair(key, static_cast<int>(k), q);
     i = t + 1;
+    k = next;  // the node of heights[i] when i < n
   }
 }
 
