@@ -302,20 +302,18 @@ TEST(GftSolverStack, SolveOfAStackWithoutInterfaceNormalisesTwice) {
   EXPECT_EQ(g.wvtz.face_cdf[1], h.wvtz.face_cdf[1]);
 }
 
-TEST(GftSolverStack, DumpPackOrder) {
+TEST(GftSolverStack, DumpPackAppendsTheNineBlocksThenTheTwoTotals) {
   gft_solver g;
   g.solve_single();
   std::vector<double> out{-7.0};
   g.dump_pack(out);
-  ASSERT_EQ(out.size(), 147u);
+  // Per record lower (12), upper (12), side (24): GFT, WVTz, WVTx; after them the total weights.
+  ASSERT_EQ(out.size(), 1u + 3 * 48 + 2);
   EXPECT_EQ(out[0], -7.0);
-  EXPECT_EQ(out[1], g.gft.lower_cdf[0]);
-  EXPECT_EQ(out[1 + 12], g.gft.upper_cdf[0]);
-  EXPECT_EQ(out[1 + 24], g.gft.side_cdf[0]);
-  EXPECT_EQ(out[1 + 48], g.wvtz.lower_cdf[0]);
-  EXPECT_EQ(out[1 + 96 + 47], g.wvtx.side_cdf[23]);
-  EXPECT_EQ(out[145], g.wvtz.total_weight);
-  EXPECT_EQ(out[146], g.wvtx.total_weight);
+  EXPECT_EQ(std::vector<double>({out[1], out[13], out[25], out[49], out[144], out[145], out[146]}),
+            std::vector<double>({g.gft.lower_cdf[0], g.gft.upper_cdf[0], g.gft.side_cdf[0],
+                                 g.wvtz.lower_cdf[0], g.wvtx.side_cdf[23], g.wvtz.total_weight,
+                                 g.wvtx.total_weight}));
 }
 
 }  // namespace
