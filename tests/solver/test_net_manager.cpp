@@ -446,7 +446,7 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
             any_y(0, 9);
         std::uniform_int_distribution<int> pick(0, static_cast<int>(nm.nets.size()) - 1),
             coin(0, 3);
-        int exact_grid = 0, outside_grid = 0, absorbed = 0, checked = 0;
+        int exact_grid = 0, outside_grid = 0, absorbed = 0;
         for (int k = 0; k < 4000; ++k) {
             Vector2D p;
             const int how = coin(gen);
@@ -464,7 +464,7 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
                 p = {near_x(gen), near_y(gen)};
             }
             const Reference ref = reference(nm, p);
-            bool strictly_inside = false;
+            bool strictly_inside = false;  // in some rectangle or slice by more than 1e-8
             for (const WireNet* n : nm.nets) {
                 if (n->shape->kind == Shape::KIND_RECTANGLE) {
                     strictly_inside |= n->shape->distance(p) < -1e-8;
@@ -476,7 +476,6 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
             WireNet* last = coin(gen) == 0 ? nm.nets[pick(gen)] : nullptr;
             SCOPED_TRACE(testing::Message()
                          << "p=(" << p.x << "," << p.y << ") last=" << index_of(nm, last));
-            ++checked;
 
             nm.space.neighbor_mode = NEIGHBOR_BOX;
             const Answer box = ask(nm, p, last);
@@ -512,14 +511,9 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
             if (chebyshev(*nm.neighbor_window, p) > 0) {
                 // Outside the grid: the wire window's distance (all nets lie in it), no net named.
                 ++outside_grid;
-                const Reference wire_only = [&] {
-                    Reference w = ref;
-                    w.r = std::min(chebyshev(*nm.wire_window, p), ref.r);
-                    return w;
-                }();
                 EXPECT_EQ(grid.ret, ref.ret);
                 if (ref.ret == 0) {
-                    EXPECT_NEAR(grid.r, wire_only.r, 1e-12);
+                    EXPECT_NEAR(grid.r, std::min(chebyshev(*nm.wire_window, p), ref.r), 1e-12);
                     EXPECT_EQ(grid.hit, -1);
                 }
             } else if (ref.r < block || ref.ret == 2) {
@@ -544,7 +538,6 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
                 }
             }
         }
-        EXPECT_EQ(checked, 4000);
         EXPECT_GT(absorbed, 300);  // the side points and the insides were really exercised
         EXPECT_GT(exact_grid, 1000);
         EXPECT_GT(outside_grid, 50);

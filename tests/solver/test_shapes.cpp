@@ -193,13 +193,3 @@ TEST(SolverConfig, LogIsSilentUntilASinkIsSetAndComposesParts) {
     Debugger::log("dropped again");
     EXPECT_EQ(g_lines, std::vector<std::string>{"Merge dielectrics X 4->2 0.250000"});
 }
-
-TEST(SolverConfig, EntryRecordTakesPrecisionAndSeedFromItsArguments) {
-    const Config c = Config::for_entry(0.004, 17);
-    EXPECT_EQ(c.mc.precision, 0.004);
-    EXPECT_EQ(c.mc.seed, 17u);
-    // What the walk relies on without being told: reflecting walls, box search, one thread.
-    EXPECT_TRUE(c.space.neumann_walls);
-    EXPECT_EQ(c.space.neighbor_mode, static_cast<std::uint32_t>(NEIGHBOR_BOX));
-    EXPECT_EQ(c.mc.threads, 1u);
-}
