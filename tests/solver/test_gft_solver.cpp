@@ -26,25 +26,20 @@ double panel_coefficient(int m, double a, double h) {
 //  12 u_z  = 12 sum b_m (m pi/L) sin(m pi/2) / (2 sinh(m pi/2))
 //  12 u_x  = 12 sum b_m (m pi/L) cos(m pi/2) / (2 cosh(m pi/2))
 // (12 cells = half a box: derivatives in half-box units.)
-double exact_probability(double a) {
+template <class F>
+double series(double a, int first_mode, F term) {
   double s = 0;
-  for (int m = 1; m < 400; m += 2)
-    s += panel_coefficient(m, a, 1) * std::sin(m * kPi / 2) / (2 * std::cosh(m * kPi / 2));
+  for (int m = first_mode; m < 400; m += 2) s += panel_coefficient(m, a, 1) * term(m * kPi);
   return s;
 }
+double exact_probability(double a) {
+  return series(a, 1, [](double k) { return std::sin(k / 2) / (2 * std::cosh(k / 2)); });
+}
 double exact_dz(double a) {
-  double s = 0;
-  for (int m = 1; m < 400; m += 2)
-    s += panel_coefficient(m, a, 1) * (m * kPi / L) * std::sin(m * kPi / 2) /
-         (2 * std::sinh(m * kPi / 2));
-  return 12 * s;
+  return 12 * series(a, 1, [](double k) { return k / L * std::sin(k / 2) / 2 / std::sinh(k / 2); });
 }
 double exact_dx(double a) {
-  double s = 0;
-  for (int m = 2; m < 400; m += 2)
-    s += panel_coefficient(m, a, 1) * (m * kPi / L) * std::cos(m * kPi / 2) /
-         (2 * std::cosh(m * kPi / 2));
-  return 12 * s;
+  return 12 * series(a, 2, [](double k) { return k / L * std::cos(k / 2) / 2 / std::cosh(k / 2); });
 }
 
 // Probability of panel j of each block from a table in cdf form (blocks stand for two halves or

@@ -79,9 +79,14 @@ TEST(SolverMedium, SearchLayerOnAndBetweenBoundaries) {
     const MediumLayer l = three_layers();  // boundaries z[5] = 1, z[6] = 2
     // The lowest layer runs down without end. Within 1e-8 below a boundary counts as on it; just
     // above it, the layer above is found.
-    for (auto [y, want] : {std::pair{0.5, std::pair{4, false}}, {-50.0, {4, false}},
-                           {1.5, {5, false}}, {9.0, {6, false}}, {1.0, {5, true}}, {2.0, {6, true}},
-                           {1.0 - 5e-9, {5, true}}, {1.0 + 5e-9, {5, false}},
+    for (auto [y, want] : {std::pair{0.5, std::pair{4, false}},
+                           {-50.0, {4, false}},
+                           {1.5, {5, false}},
+                           {9.0, {6, false}},
+                           {1.0, {5, true}},
+                           {2.0, {6, true}},
+                           {1.0 - 5e-9, {5, true}},
+                           {1.0 + 5e-9, {5, false}},
                            {1.0 - 2e-8, {4, false}}}) {
         EXPECT_EQ(l.search_layer(y), want) << y;
         // Guards: two neighbours of any answer are readable.

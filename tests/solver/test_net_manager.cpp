@@ -206,13 +206,13 @@ TEST(SolverNets, WiresBeyondBottomOrTopBecomeThinSheetsInside) {
     // narrowed by 1e-4 a side; a wire wholly outside becomes a 1e-4 sheet; sides never clip.
     const Rectangle win = rect(0, 0, 10, 10);
     const std::pair<Rectangle, Rectangle> cases[] = {
-        {rect(1, 0, 2, 1), rect(1, 0, 2, 1)},                          // on the bottom
-        {rect(1, -5e-9, 2, 1), rect(1, -5e-9, 2, 1)},                  // within 1e-8 of it
-        {rect(0, -0.1, 10, 0), rect(1e-4, 1e-4, 10 - 1e-4, 2e-4)},     // plate below
-        {rect(1, -1, 2, 3), rect(1 + 1e-4, 1e-4, 2 - 1e-4, 3)},        // reaches in: keeps top
+        {rect(1, 0, 2, 1), rect(1, 0, 2, 1)},                           // on the bottom
+        {rect(1, -5e-9, 2, 1), rect(1, -5e-9, 2, 1)},                   // within 1e-8 of it
+        {rect(0, -0.1, 10, 0), rect(1e-4, 1e-4, 10 - 1e-4, 2e-4)},      // plate below
+        {rect(1, -1, 2, 3), rect(1 + 1e-4, 1e-4, 2 - 1e-4, 3)},         // reaches in: keeps top
         {rect(1, 9, 2, 10.5), rect(1 + 1e-4, 9, 2 - 1e-4, 10 - 1e-4)},  // through the top
         {rect(1, 10.2, 2, 10.5), rect(1 + 1e-4, 10 - 2e-4, 2 - 1e-4, 10 - 1e-4)},  // above
-        {rect(-3, 1, 2, 2), rect(-3, 1, 2, 2)},                        // through a side
+        {rect(-3, 1, 2, 2), rect(-3, 1, 2, 2)},                                    // through a side
     };
     for (auto [wire, want] : cases) {
         NetManager::clip_wire(wire, win);
@@ -307,8 +307,7 @@ TEST(SolverNets, EmptyNetsAndUnknownModeAreFatal) {
         {query(NEIGHBOR_SCAN, Vector2D{2.5, 0.5}), "Point inside some net."},
     };
     for (const auto& [fn, message] : cases)
-        EXPECT_EQ(run_in_child(fn),
-                  std::make_pair(0, "\033[31m[ERROR]" + message + "\033[0m\n"));
+        EXPECT_EQ(run_in_child(fn), std::make_pair(0, "\033[31m[ERROR]" + message + "\033[0m\n"));
 }
 
 TEST(SolverNets, NeighborAbsorbsOnConductorsAndOnTheAbsorbingBoundary) {
@@ -628,8 +627,8 @@ TEST(SolverNets, SymmetryPairsMirrorImagesAboutTheMaster) {
                                             rect(-10, 0, 10, 10), space_args(true, NEIGHBOR_BOX),
                                             Config::ApproxArgs{});
     };
-    auto sym = nets(
-        {rect(-0.5, 1, 0.5, 2), rect(2, 1, 3, 2), rect(-0.3, 4, 0.3, 5), rect(-3, 1, -2, 2)});
+    auto sym =
+        nets({rect(-0.5, 1, 0.5, 2), rect(2, 1, 3, 2), rect(-0.3, 4, 0.3, 5), rect(-3, 1, -2, 2)});
     EXPECT_FALSE(sym->symmetric);  // no route calls the test by itself
     sym->symmetry_test();
     EXPECT_TRUE(sym->symmetric);
@@ -637,9 +636,8 @@ TEST(SolverNets, SymmetryPairsMirrorImagesAboutTheMaster) {
     EXPECT_EQ(sym->nets[3]->partner, sym->nets[1]);
     EXPECT_EQ(sym->nets[2]->partner, nullptr);  // on the axis
     // A net without its image, and images about a line other than the master's axis.
-    for (auto& other :
-         {nets({rect(-0.5, 1, 0.5, 2), rect(2, 1, 3, 2), rect(-3, 1.5, -2, 2.5)}),
-          nets({rect(0.5, 1, 1.5, 2), rect(3, 1, 4, 2), rect(-2, 1, -1, 2)})}) {
+    for (auto& other : {nets({rect(-0.5, 1, 0.5, 2), rect(2, 1, 3, 2), rect(-3, 1.5, -2, 2.5)}),
+                        nets({rect(0.5, 1, 1.5, 2), rect(3, 1, 4, 2), rect(-2, 1, -1, 2)})}) {
         other->symmetry_test();
         EXPECT_FALSE(other->symmetric);
     }

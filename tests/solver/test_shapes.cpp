@@ -74,10 +74,11 @@ TEST(SolverShapes, RectangleDistancesAreSignedAndClassified) {
         int side;
         double eu;
     };
-    for (const Case& c : {Case{{2, 1}, -1.0, SIDE_INSIDE, -1.0}, Case{{0.5, 1}, -0.5, SIDE_INSIDE, -0.5},
-                          Case{{6, 5}, 3.0, SIDE_OUTSIDE, std::sqrt(13.0)},
-                          Case{{7, 6}, 4.0, SIDE_OUTSIDE, 5.0}, Case{{2, -3}, 3.0, SIDE_OUTSIDE, 3.0},
-                          Case{{4, 1}, 0.0, SIDE_BOUNDARY, 0.0}, Case{{4, 2}, 0.0, SIDE_BOUNDARY, 0.0}}) {
+    for (const Case& c :
+         {Case{{2, 1}, -1.0, SIDE_INSIDE, -1.0}, Case{{0.5, 1}, -0.5, SIDE_INSIDE, -0.5},
+          Case{{6, 5}, 3.0, SIDE_OUTSIDE, std::sqrt(13.0)}, Case{{7, 6}, 4.0, SIDE_OUTSIDE, 5.0},
+          Case{{2, -3}, 3.0, SIDE_OUTSIDE, 3.0}, Case{{4, 1}, 0.0, SIDE_BOUNDARY, 0.0},
+          Case{{4, 2}, 0.0, SIDE_BOUNDARY, 0.0}}) {
         SCOPED_TRACE(testing::Message() << c.p.x << "," << c.p.y);
         EXPECT_DOUBLE_EQ(r.distance(c.p), c.cheb);
         EXPECT_DOUBLE_EQ(r.distance_eu(c.p), c.eu);
@@ -173,7 +174,9 @@ TEST(SolverShapes, FatalErrorsPrintRedLineAndExitWithZero) {
                   Trapezoid().distance(Vector2D{0, 0}, d);
               }),
               std::make_pair(0, std::string("\033[31m[ERROR]trapezoid empty\033[0m\n")));
-    EXPECT_EQ(run_in_child([] { staircase().distance_eu(Vector2D{0, 0}); }),
+    EXPECT_EQ(run_in_child([] {
+                  staircase().distance_eu(Vector2D{0, 0});
+              }),
               std::make_pair(0, std::string("\033[31m[ERROR]not implemented\033[0m\n")));
 }
 
