@@ -13,6 +13,8 @@
 #include <type_traits>
 #include <typeinfo>
 
+#include "solver/rounding.h"
+
 namespace RW2D {
 
 namespace {
@@ -20,7 +22,7 @@ namespace {
 constexpr int kNodes = gft_solver::NGRID;
 
 inline int quantise(double v, double emax, double step) {
-  return static_cast<int>(std::lround(v / emax / step));
+  return static_cast<int>(round_half_away(v / emax / step));
 }
 
 inline double max_of(const std::vector<double>& v) {
@@ -207,15 +209,17 @@ void online_table_manager::pack(const std::vector<double>& heights,
   const double emax = max_of(eps);
   const double cell = size / kNodes;
   const size_t n = heights.size();
+  // Each height is divided and rounded once: the division is the costliest step of a hop's key.
   size_t i = 0;
-  while (i < n) {
-    const long k = std::lround(heights[i] / cell);
-    if (k > kNodes - 1) break;
+  long k = n > 0 ? round_half_away(heights[0] / cell) : 0;
+  while (i < n && k <= kNodes - 1) {
     size_t t = i;
-    while (t + 1 < n && std::lround(heights[t + 1] / cell) == k) ++t;
+    long next = k;
+    while (t + 1 < n && (next = round_half_away(heights[t + 1] / cell)) == k) ++t;
     const int q = quantise(eps[t], emax, step);
     if (key.empty() || byte_at(key, key.size() - 1) != q) append_pair(key, static_cast<int>(k), q);
     i = t + 1;
+    k = next;  // the node of heights[i] when i < n
   }
 }
 
@@ -303,7 +307,7 @@ double online_table_manager::get_middle_eps(const std::vector<double>& heights,
   const double cell = size / kNodes;
   for (size_t i = 0; i < eps.size() && i < heights.size(); ++i) {
     if (quantise(eps[i], emax, step) != q) continue;
-    const long d = std::labs(pos - std::lround(heights[i] / cell));
+    const long d = std::labs(pos - round_half_away(heights[i] / cell));
     if (d == 0) return eps[i];
     if (d < best) {
       result = eps[i];
@@ -319,7 +323,7 @@ void online_table_manager::renormalise_key() {
   const int full = static_cast<int>(std::lround(1.0 / gft_step));
   if (mx == full || mx == 0) return;
   for (size_t p = 1; p < key_.size(); p += 2)
-    key_[p] = static_cast<char>(std::lround(byte_at(key_, p) / static_cast<double>(mx) / gft_step));
+    key_[p] = static_cast<char>(round_half_away(byte_at(key_, p) / static_cast<double>(mx) / gft_step));
 }
 
 void online_table_manager::unpack_key() {

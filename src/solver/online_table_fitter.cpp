@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "solver/rounding.h"
+
 namespace RW2D {
 
 namespace {
 
 // Strata closer than 1e-4 in real units fall together.
-inline int64_t stratum_key(double pos) { return std::llround(10000.0 * pos); }
+inline int64_t stratum_key(double pos) { return round_half_away(10000.0 * pos); }
 
 inline double clamp_to(double v, double lo, double hi) { return std::min(std::max(v, lo), hi); }
 

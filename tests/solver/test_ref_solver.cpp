@@ -149,3 +149,44 @@ TEST(ExternalRoute, FailingSolverGivesEmptyResult) {
     RW2D::FileUtils::set_ref_solver_binary_for_tests("/nonexistent/refsolver2d");
     EXPECT_TRUE(RW2D_API::extract_capacitance(kWires, {{0, 3.9}}, {}, kWindow, 0.0, 1).empty());
 }
+
+namespace {
+
+// Runs in the death test's child, whose parent is the test's own process. The stand-in program
+// notes the two temporary paths it was given, turns its output file into a pipe, and exits 0. A
+// helper opens the pipe's writing end, which succeeds only once the caller, back from the shell
+// with its SIGINT handler in place again, opens it for reading; then it interrupts the caller.
+void interrupted_run() {
+    const std::string tag = testing::TempDir() + "karven_sigint_" + std::to_string(getppid());
+    const std::string script = tag + ".sh";
+    {
+        std::ofstream f(script);
+        f << "#!/bin/sh\n"
+          << "# $1 caller, $2 record, $3 input, $4 -o, $5 output\n"
+          << "printf '%s\\n%s\\n' \"$3\" \"$5\" > \"$2\"\n"
+          << "rm -f \"$5\" && mkfifo \"$5\" || exit 5\n"
+          << "timeout 10 sh -c 'exec 3>\"$0\"; kill -INT \"$1\"' \"$5\" \"$1\" &\n"
+          << "exit 0\n";
+    }
+    chmod(script.c_str(), 0755);
+    RW2D::FileUtils::run_binary_with_string_io(
+        script + " " + std::to_string(getpid()) + " " + tag + ".txt", "input\n", "");
+}
+
+}  // namespace
+
+TEST(RunBinaryDeathTest, SigintRemovesBothTemporaryFilesAndExitsWithOne) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::string tag = testing::TempDir() + "karven_sigint_" + std::to_string(getpid());
+    EXPECT_EXIT(interrupted_run(), testing::ExitedWithCode(1), "");
+    std::ifstream record(tag + ".txt");
+    std::string in, out;
+    ASSERT_TRUE(std::getline(record, in) && std::getline(record, out));
+    EXPECT_EQ(in.rfind("/tmp/tmprw2dfdmin", 0), 0u) << in;
+    EXPECT_EQ(out.rfind("/tmp/tmprw2dfdmout", 0), 0u) << out;
+    struct stat st;
+    EXPECT_NE(lstat(in.c_str(), &st), 0) << in;
+    EXPECT_NE(lstat(out.c_str(), &st), 0) << out;
+    std::remove((tag + ".txt").c_str());
+    std::remove((tag + ".sh").c_str());
+}

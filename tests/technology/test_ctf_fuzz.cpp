@@ -1,6 +1,6 @@
-// Bounded random input for the CTF reader: arbitrary bytes to the scanner and random token soup
-// to the element framework, with fixed seeds. Nothing may crash or hang, and the scanner's
-// output must agree with an independent reading of its rules.
+// Bounded random input for the CTF reader: arbitrary bytes to the scanner, and random token soup
+// with damaged bytes to the element framework, with fixed seeds. Nothing may crash or hang, and the
+// scanner's output must agree with an independent reading of its rules.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -48,64 +48,31 @@ bool isName(const std::string& s) {
     return true;
 }
 
+// [+-]? (digits (. digits*)? | . digits*) ([eE] [+-]? digits+)?
 bool isNumber(const std::string& s) {
-    enum { Start, Sign, Int, Frac, Exp, ExpSign, ExpInt } state = Start;
-    for (char c : s) {
-        const bool d = c >= '0' && c <= '9';
-        const bool sign = c == '+' || c == '-';
-        switch (state) {
-            case Start:
-                if (sign)
-                    state = Sign;
-                else if (d)
-                    state = Int;
-                else if (c == '.')
-                    state = Frac;
-                else
-                    return false;
-                break;
-            case Sign:
-                if (d)
-                    state = Int;
-                else if (c == '.')
-                    state = Frac;
-                else
-                    return false;
-                break;
-            case Int:
-                if (c == '.')
-                    state = Frac;
-                else if (c == 'e' || c == 'E')
-                    state = Exp;
-                else if (!d)
-                    return false;
-                break;
-            case Frac:
-                if (c == 'e' || c == 'E')
-                    state = Exp;
-                else if (!d)
-                    return false;
-                break;
-            case Exp:
-                if (sign)
-                    state = ExpSign;
-                else if (d)
-                    state = ExpInt;
-                else
-                    return false;
-                break;
-            case ExpSign:
-                if (d)
-                    state = ExpInt;
-                else
-                    return false;
-                break;
-            case ExpInt:
-                if (!d) return false;
-                break;
-        }
+    std::size_t i = 0;
+    auto sign = [&] {
+        if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
+    };
+    auto digits = [&] {
+        const std::size_t from = i;
+        while (i < s.size() && s[i] >= '0' && s[i] <= '9') ++i;
+        return i - from;
+    };
+    sign();
+    const std::size_t whole = digits();
+    if (i < s.size() && s[i] == '.') {
+        ++i;
+        digits();
+    } else if (whole == 0) {
+        return false;
     }
-    return state == Int || state == Frac || state == ExpInt;
+    if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
+        ++i;
+        sign();
+        if (digits() == 0) return false;
+    }
+    return i == s.size();
 }
 
 // Length of the longest name or number that starts at `from`, by trying every length.
@@ -202,29 +169,12 @@ void readAll(CtfInterpreter& ci) {
     }
 }
 
-TEST(CtfFuzz, ElementFrameworkSurvivesTokenSoup) {
+TEST(CtfFuzz, TokenSoupAndDamagedFilesThroughTheReader) {
     CtfInterpreter ci;
     ci.initProcessors();
     const auto words = vocabularyOf(ci);
     ElementProcessor* tuple = ci.processorOf("CtfTuple");
-    for (unsigned seed : {21u, 22u}) {
-        std::mt19937 rng(seed);
-        for (int iter = 0; iter < 5000; ++iter) {
-            const std::string text = tokenSoup(rng, words, 60);
-            std::istringstream in(text);
-            ci.lexer(in);
-            readAll(ci);
-            // Maps give "(" back whatever happened inside them.
-            ASSERT_EQ(ci.boundTo("("), tuple) << text;
-        }
-    }
-}
-
-TEST(CtfFuzz, DamagedFilesThroughTheWholeReader) {
-    CtfInterpreter ci;
-    ci.initProcessors();
-    const auto words = vocabularyOf(ci);
-    for (unsigned seed : {31u, 32u}) {
+    for (unsigned seed : {21u, 22u, 23u}) {
         std::mt19937 rng(seed);
         for (int iter = 0; iter < 5000; ++iter) {
             std::string text = iter % 4 == 0 ? randomBytes(rng, 300) : tokenSoup(rng, words, 80);
@@ -236,10 +186,12 @@ TEST(CtfFuzz, DamagedFilesThroughTheWholeReader) {
             try {
                 ci.lexer(in);
             } catch (const Ctf_Lexical_Error& e) {
+                // The whole text is still scanned, so the elements can be read all the same.
                 ASSERT_EQ(e.text.rfind("Unexpected character at line: ", 0), 0u);
-                continue;
             }
             readAll(ci);
+            // Maps give "(" back whatever happened inside them.
+            ASSERT_EQ(ci.boundTo("("), tuple) << text;
         }
     }
 }

@@ -41,51 +41,43 @@ Strings tokensOf(const std::string& text) {
     return scan(text).tokens;
 }
 
-TEST(CtfScanner, DotOnlyInsideNumbers) {
-    Scan s = scan("M1.2");
-    EXPECT_EQ(s.tokens, (Strings{"M1", ".2"}));
-    EXPECT_EQ(s.contexts, (std::vector<CtfContext>{{0, 0}, {0, 2}}));
+TEST(CtfScanner, TokenBoundaries) {
+    // Longest match between names and numbers; a dot only inside a number; braces stand alone.
+    const std::pair<const char*, Strings> cases[] = {
+        {"M1.2", {"M1", ".2"}},
+        {"1.2.3", {"1.2", ".3"}},
+        {"1.5abc", {"1.5", "abc"}},
+        {"a-b", {"a-b"}},
+        {"1e5x", {"1e5x"}},  // the name is longer than the number 1e5
+        {"5-3", {"5-3"}},
+        {"1e-5", {"1e-5"}},
+        {"1e", {"1e"}},
+        {"gate_oxide_er+x", {"gate_oxide_er+x"}},
+        {".", {"."}},
+        {"+.", {"+."}},
+        {"-.5", {"-.5"}},
+        {"12.e5", {"12.e5"}},
+        {"1.5e+3x", {"1.5e+3", "x"}},
+        {"+5a", {"+5", "a"}},
+        {"1e5.2", {"1e5", ".2"}},
+        {".e5", {".e5"}},
+        {".e", {".", "e"}},
+        {"-a", {"a"}},
+        {"widths{1 2}(3)", {"widths", "{", "1", "2", "}", "(", "3", ")"}}};
+    for (const auto& [text, tokens] : cases) EXPECT_EQ(tokensOf(text), tokens) << text;
+    Scan s = scan("M1.2 widths{");
+    EXPECT_EQ(s.contexts, (std::vector<CtfContext>{{0, 0}, {0, 2}, {0, 5}, {0, 11}}));
     EXPECT_EQ(s.error, 0);
-    EXPECT_EQ(tokensOf("1.2.3"), (Strings{"1.2", ".3"}));
-    EXPECT_EQ(tokensOf("1.5abc"), (Strings{"1.5", "abc"}));
-}
 
-TEST(CtfScanner, NamesTakeSignsAndUnderscoresButDoNotStartWithThem) {
-    EXPECT_EQ(tokensOf("a-b"), Strings{"a-b"});
-    EXPECT_EQ(tokensOf("1e5x"), Strings{"1e5x"});  // the name is longer than the number 1e5
-    EXPECT_EQ(tokensOf("5-3"), Strings{"5-3"});
-    EXPECT_EQ(tokensOf("1e-5"), Strings{"1e-5"});
-    EXPECT_EQ(tokensOf("1e"), Strings{"1e"});
-    EXPECT_EQ(tokensOf("gate_oxide_er+x"), Strings{"gate_oxide_er+x"});
-
-    Scan underscore = scan("_");
-    EXPECT_TRUE(underscore.tokens.empty());
-    EXPECT_EQ(underscore.error, 1);
-    EXPECT_EQ(underscore.pos, 0u);
-
+    // A name does not start with an underscore, and a sign alone starts nothing.
+    for (const char* bad : {"_", "_ab", "+", "-", "+ 1", "-a"}) {
+        Scan b = scan(bad);
+        EXPECT_EQ(b.error, 1) << bad;
+        EXPECT_EQ(b.pos, 0u) << bad;
+    }
     Scan lead = scan("_ab");
     EXPECT_EQ(lead.tokens, Strings{"ab"});
     EXPECT_EQ(lead.contexts[0], (CtfContext{0, 1}));
-    EXPECT_EQ(lead.error, 1);
-}
-
-TEST(CtfScanner, NumberForms) {
-    EXPECT_EQ(tokensOf("."), Strings{"."});
-    EXPECT_EQ(tokensOf("+."), Strings{"+."});
-    EXPECT_EQ(tokensOf("-.5"), Strings{"-.5"});
-    EXPECT_EQ(tokensOf("12.e5"), Strings{"12.e5"});
-    EXPECT_EQ(tokensOf("1.5e+3x"), (Strings{"1.5e+3", "x"}));
-    EXPECT_EQ(tokensOf("+5a"), (Strings{"+5", "a"}));
-    EXPECT_EQ(tokensOf("1e5.2"), (Strings{"1e5", ".2"}));
-    EXPECT_EQ(tokensOf(".e5"), Strings{".e5"});
-    EXPECT_EQ(tokensOf(".e"), (Strings{".", "e"}));
-
-    for (const char* lone : {"+", "-", "+ 1", "-a"}) {
-        Scan s = scan(lone);
-        EXPECT_EQ(s.error, 1) << lone;
-        EXPECT_EQ(s.pos, 0u) << lone;
-    }
-    EXPECT_EQ(tokensOf("-a"), Strings{"a"});
 }
 
 TEST(CtfScanner, LineEndsAndPositions) {
@@ -100,13 +92,6 @@ TEST(CtfScanner, LineEndsAndPositions) {
     Scan s = scan("\t x,y ,, z");
     EXPECT_EQ(s.tokens, (Strings{"x", "y", "z"}));
     EXPECT_EQ(s.contexts, (std::vector<CtfContext>{{0, 2}, {0, 4}, {0, 9}}));
-}
-
-TEST(CtfScanner, BracesAreTokensOfTheirOwn) {
-    Scan s = scan("widths{1 2}(3)");
-    EXPECT_EQ(s.tokens, (Strings{"widths", "{", "1", "2", "}", "(", "3", ")"}));
-    EXPECT_EQ(s.contexts[1], (CtfContext{0, 6}));
-    EXPECT_EQ(s.contexts[4], (CtfContext{0, 10}));
 }
 
 TEST(CtfScanner, CommentsAttachToTheFollowingToken) {
@@ -215,23 +200,6 @@ TEST(CtfLexer, ReadStopsSilentlyTwoBytesShortOfSixteenMebibytes) {
                       "Unexpected character at line: 1, pos: " + std::to_string(limit - 1) + ".\n");
         }
     }
-}
-
-TEST(CtfTokenStream, CursorStepStopsOnTheLastToken) {
-    TokenStream ts;
-    EXPECT_FALSE(ts.next());
-    EXPECT_EQ(ts.at_end, 1);
-    EXPECT_EQ(ts.current, 0u);
-
-    ts.tokens = {"a", "b"};
-    ts.contexts = {{0, 0}, {0, 2}};
-    ts.at_end = 0;
-    EXPECT_TRUE(ts.next());
-    EXPECT_EQ(ts.current, 1u);
-    EXPECT_EQ(ts.at_end, 0);
-    EXPECT_FALSE(ts.next());
-    EXPECT_EQ(ts.current, 1u);
-    EXPECT_EQ(ts.at_end, 1);
 }
 
 TEST(CtfErrors, SyntaxErrorTextAndCursor) {

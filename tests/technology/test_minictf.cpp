@@ -77,62 +77,43 @@ TEST(MiniCtfStack, RejectsUnknownCoatedLayerAndMissingDielectrics) {
     EXPECT_THROW(bare.finishStack(), std::runtime_error);
 }
 
-class MergePlate : public testing::Test {
-protected:
-    // Three plates 0-1 (er 4), 1-2 (er 2), 2-3 (er 3) under air.
-    void SetUp() override {
+TEST(MiniCtfStack, MergePlateGivesConductorsTheThicknessWeightedMean) {
+    // Three plates 0-1 (er 4), 1-2 (er 2), 2-3 (er 3) under air; conductors as (base, thickness).
+    struct Case {
+        std::vector<std::pair<double, double>> conductors;
+        Plates want;
+    };
+    const double m2 = (0.5 * 3.0 + 0.5 * 2.0 + 0.5 * 3.0) / 1.5;
+    const Case cases[] = {
+        // 0.5-2.5: 0.5 of er 4, 1.0 of er 2, 0.5 of er 3.
+        {{{0.5, 2.0}},
+         {{0.0, 4.0}, {0.5, (0.5 * 4 + 1.0 * 2 + 0.5 * 3) / 2.0}, {2.5, 3.0}, {3.0, 1.0}}},
+        // Later conductors see the earlier merges: 0.5-1.5 gives 3.0, then 1.0-2.5 lies over
+        // 0.5 of that 3.0, 0.5 of er 2 and 0.5 of er 3.
+        {{{0.5, 1.0}, {1.0, 1.5}}, {{0.0, 4.0}, {0.5, 3.0}, {1.0, m2}, {2.5, 3.0}, {3.0, 1.0}}},
+        // Reaching through the top moves the marker; ending at the top keeps it there.
+        {{{2.5, 1.0}}, {{0.0, 4.0}, {1.0, 2.0}, {2.0, 3.0}, {2.5, 3.0}, {3.5, 1.0}}},
+        {{{2.5, 0.5}}, {{0.0, 4.0}, {1.0, 2.0}, {2.0, 3.0}, {2.5, 3.0}, {3.0, 1.0}}},
+        // On a boundary the permittivity at the key is overwritten by what stood above it (2.0);
+        // 4e-7 thick lies below the 1e-6 grid: a new key whose tiny segment lies in er 2.0.
+        {{{1.0, 0.0}, {1.5, 0.0000004}},
+         {{0.0, 4.0}, {1.0, 2.0}, {1.5, 2.0}, {2.0, 3.0}, {3.0, 1.0}}},
+        // Heights are compared on the micro grid: keys 1e6 and 2e6 after rounding.
+        {{{0.9999996, 1.0000008}}, {{0.0, 4.0}, {1.0, 2.0}, {2.0, 3.0}, {3.0, 1.0}}},
+    };
+    for (const Case& c : cases) {
+        MCTF::MiniCTF ctf;
         ctf.appendDielectric("D0", 0.0, 1.0, 4.0);
         ctf.appendDielectric("D1", 1.0, 1.0, 2.0);
         ctf.appendDielectric("D2", 2.0, 1.0, 3.0);
+        for (std::size_t i = 0; i < c.conductors.size(); ++i)
+            ctf.appendConductor("M" + std::to_string(i + 1), c.conductors[i].first,
+                                c.conductors[i].second);
+        ctf.finishStack();
+        ctf.mergePlate();
+        SCOPED_TRACE("case with first conductor at " + std::to_string(c.conductors[0].first));
+        expectPlates(ctf, c.want);
     }
-    MCTF::MiniCTF ctf;
-};
-
-TEST_F(MergePlate, ConductorAcrossSeveralPlatesGetsTheThicknessWeightedMean) {
-    ctf.appendConductor("M1", 0.5, 2.0);  // 0.5-2.5: 0.5 of er 4, 1.0 of er 2, 0.5 of er 3
-    ctf.finishStack();
-    ctf.mergePlate();
-    expectPlates(ctf, {{0.0, 4.0}, {0.5, (0.5 * 4 + 1.0 * 2 + 0.5 * 3) / 2.0}, {2.5, 3.0}, {3.0, 1.0}});
-}
-
-TEST_F(MergePlate, LaterConductorsSeeTheEarlierMerges) {
-    ctf.appendConductor("M1", 0.5, 1.0);  // 0.5-1.5 -> (0.5*4 + 0.5*2) = 3.0
-    ctf.appendConductor("M2", 1.0, 1.5);  // 1.0-2.5 over 0.5-1.5 (3.0) and 1.5-2 (2) and 2-2.5 (3)
-    ctf.finishStack();
-    ctf.mergePlate();
-    double m2 = (0.5 * 3.0 + 0.5 * 2.0 + 0.5 * 3.0) / 1.5;
-    expectPlates(ctf, {{0.0, 4.0}, {0.5, 3.0}, {1.0, m2}, {2.5, 3.0}, {3.0, 1.0}});
-}
-
-TEST_F(MergePlate, ConductorReachingThroughTheTopMovesTheMarker) {
-    ctf.appendConductor("M1", 2.5, 1.0);  // 2.5-3.5: only 0.5 of er 3 lies inside the stack
-    ctf.finishStack();
-    ctf.mergePlate();
-    expectPlates(ctf, {{0.0, 4.0}, {1.0, 2.0}, {2.0, 3.0}, {2.5, 3.0}, {3.5, 1.0}});
-}
-
-TEST_F(MergePlate, ConductorEndingAtTheTopKeepsTheMarkerThere) {
-    ctf.appendConductor("M1", 2.5, 0.5);
-    ctf.finishStack();
-    ctf.mergePlate();
-    expectPlates(ctf, {{0.0, 4.0}, {1.0, 2.0}, {2.0, 3.0}, {2.5, 3.0}, {3.0, 1.0}});
-}
-
-TEST_F(MergePlate, EqualKeysOnABoundaryLeaveThePlateAbove) {
-    ctf.appendConductor("M1", 1.0, 0.0);
-    ctf.appendConductor("M2", 1.5, 0.0000004);  // below the 1e-6 grid: lo == hi, no boundary
-    ctf.finishStack();
-    ctf.mergePlate();
-    // M1: the permittivity 1.0 at the key is overwritten by what stood above it (2.0).
-    // M2: a new key whose tiny segment lies in er 2.0, then again the plate above (2.0).
-    expectPlates(ctf, {{0.0, 4.0}, {1.0, 2.0}, {1.5, 2.0}, {2.0, 3.0}, {3.0, 1.0}});
-}
-
-TEST_F(MergePlate, HeightsAreComparedOnTheMicroGrid) {
-    ctf.appendConductor("M1", 0.9999996, 1.0000008);  // keys 1e6 and 2e6 after rounding
-    ctf.finishStack();
-    ctf.mergePlate();
-    expectPlates(ctf, {{0.0, 4.0}, {1.0, 2.0}, {2.0, 3.0}, {3.0, 1.0}});
 }
 
 TEST(MergePlateFailures, ConductorBelowTheLowestPlateAndEmptyStack) {

@@ -1,0 +1,282 @@
+// The object language: its scanner's token stream and quirks, the keyword count, each statement
+// form, constants and arithmetic, name reuse, error counting, the parser stack's limit, and
+// successive parses in one process.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "solver/object_language.h"
+
+namespace {
+
+using RW2D::Object;
+
+std::string write_temp(const std::string& stem, const std::string& text) {
+    const std::string path =
+        testing::TempDir() + "objlang_" + stem + "_" + std::to_string(getpid()) + ".txt";
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
+struct Token {
+    int kind;
+    double number;
+    int index;
+};
+
+// Every token of a text up to the end, with a fresh parser state.
+std::vector<Token> lex_all(const std::string& text) {
+    const std::string path = write_temp("lex", text);
+    RW2D::free_objects();
+    RW2D::g_tpddlin.clear();
+    RW2D::g_tpddlin.open(path);
+    std::vector<Token> tokens;
+    RW2D::LexValue v;
+    for (int t = RW2D::yylex(v); t != 0; t = RW2D::yylex(v))
+        tokens.push_back({t, v.number, v.index});
+    RW2D::g_tpddlin.close();
+    std::remove(path.c_str());
+    return tokens;
+}
+
+std::vector<int> kinds(const std::vector<Token>& tokens) {
+    std::vector<int> k;
+    for (const Token& t : tokens) k.push_back(t.kind);
+    return k;
+}
+
+// Parses a text; its standard output goes to *out when given.
+std::pair<int, Object**> parse_text(const std::string& text, std::string* out = nullptr) {
+    const std::string path = write_temp("parse", text);
+    testing::internal::CaptureStdout();
+    const auto result = RW2D::parse_objects(path);
+    std::fflush(stdout);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    if (out != nullptr) *out = printed;
+    std::remove(path.c_str());
+    return result;
+}
+
+void expect_point(const RW2D::Vector2D& p, double x, double y) {
+    EXPECT_DOUBLE_EQ(p.x, x);
+    EXPECT_DOUBLE_EQ(p.y, y);
+}
+
+constexpr int BEGIN_T = 306, BOX_T = 307, H_T = 316, PARA_T = 321, W_T = 332, WITH_T = 334;
+
+}  // namespace
+
+TEST(ObjectLanguageLexer, TokensOfWordsNumbersAndCharacters) {
+    const std::vector<Token> t = lex_all("begin box 2.5e1 x_1(-)\t;\r\nwith 7");
+    EXPECT_EQ(kinds(t), (std::vector<int>{BEGIN_T, BOX_T, RW2D::NUMBER, RW2D::NEW_NAME, '(', '-',
+                                          ')', ';', WITH_T, RW2D::NUMBER}));
+    EXPECT_DOUBLE_EQ(t[2].number, 25.0);
+    EXPECT_DOUBLE_EQ(t[9].number, 7.0);
+    // No object exists yet: a new name carries the next free index, 0.
+    EXPECT_EQ(t[3].index, 0);
+    EXPECT_STREQ(RW2D::curname, "x_1");
+
+    // Character 255 ends the input like the end of the file does.
+    EXPECT_EQ(kinds(lex_all("h\xffw")), std::vector<int>{H_T});
+
+    // Names are cut to 14 characters.
+    lex_all("abcdefghijklmnopqrst");
+    EXPECT_STREQ(RW2D::curname, "abcdefghijklmn");
+}
+
+TEST(ObjectLanguageLexer, ParaMakesConstantsUntilTheNextReservedWord) {
+    // k is new after "para", then known; "w" ends the para mode, so q is a name, not a constant.
+    const std::vector<Token> t = lex_all("para k j w k q");
+    EXPECT_EQ(kinds(t), (std::vector<int>{PARA_T, RW2D::NEW_CONST, RW2D::NEW_CONST, W_T,
+                                          RW2D::CONST, RW2D::NEW_NAME}));
+    EXPECT_EQ(t[1].index, 0);
+    EXPECT_EQ(t[2].index, 1);
+    EXPECT_EQ(t[4].index, 0);
+    EXPECT_EQ(RW2D::constvarnum, 2);
+}
+
+TEST(ObjectLanguageLexer, CommentQuirks) {
+    // A comment line behind another: the second one's slashes come out as two '/' tokens.
+    EXPECT_EQ(kinds(lex_all("w // one\n// two\nh")),
+              (std::vector<int>{W_T, '/', '/', RW2D::NEW_NAME, H_T}));
+    // A single comment line is skipped whole, and the character behind it is taken as it is.
+    EXPECT_EQ(kinds(lex_all("w // one\nh")), (std::vector<int>{W_T, H_T}));
+    EXPECT_EQ(kinds(lex_all("// one\n h")), (std::vector<int>{' ', H_T}));
+    // A block comment reads as one '/' token.
+    EXPECT_EQ(kinds(lex_all("w /* a * b\n */ h")), (std::vector<int>{W_T, '/', H_T}));
+    // A lone slash is division.
+    EXPECT_EQ(kinds(lex_all("6/2")), (std::vector<int>{RW2D::NUMBER, '/', RW2D::NUMBER}));
+}
+
+TEST(ObjectLanguageCount, CountsOnlyFreeStandingShapeKeywords) {
+    // "c;boxx", "box;" and "(box)" are not keywords on their own; the one in a comment is.
+    const std::string path =
+        write_temp("count", "box a; poly b;\ncirc c;boxx box;  (box)\n// box\ncapa\tbox\n");
+    EXPECT_EQ(RW2D::count_num_of_objects(path), 5);
+    std::remove(path.c_str());
+}
+
+TEST(ObjectLanguageCountDeathTest, UnreadableFileEndsWithStatusZero) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(RW2D::count_num_of_objects("/nonexistent/objlang_in.txt"),
+                testing::ExitedWithCode(0), "Error, fail to open: /nonexistent/objlang_in.txt");
+    EXPECT_EXIT(RW2D::parse_objects("/nonexistent/objlang_in.txt"), testing::ExitedWithCode(0),
+                "Error, fail to open: /nonexistent/objlang_in.txt");
+}
+
+TEST(ObjectLanguageParse, EachStatementForm) {
+    std::string out;
+    const auto [count, obj] = parse_text(
+        "begin\n"
+        "para a = 2; b = a * 3 - 1\n"
+        "box m; volt = 1; at (1, a); w = b; h = 0.5\n"
+        "poly d; diel = 3.9; (0, 0), (4, 0), (3, 1), (1, 1)\n"
+        "capa\n"
+        "circ c; volt = 0; at (2, -3); r = a / 8\n"
+        "end\n",
+        &out);
+    EXPECT_EQ(out, "");
+    ASSERT_EQ(count, 3);
+    ASSERT_NE(obj, nullptr);
+
+    // b = 2*3 - 1 = 5: the box spans x 1..6, y 2..2.5.
+    const Object& m = *obj[0];
+    EXPECT_EQ(m.name, "m");
+    EXPECT_EQ(m.type, Object::CONDUCTOR);
+    EXPECT_EQ(m.value, 1.0);
+    EXPECT_FALSE(m.is_circle);
+    EXPECT_EQ(m.radius, 0.0);
+    expect_point(m.points[0], 1, 2);
+    expect_point(m.points[1], 6, 2);
+    expect_point(m.points[2], 6, 2.5);
+    expect_point(m.points[3], 1, 2.5);
+
+    const Object& d = *obj[1];
+    EXPECT_EQ(d.name, "d");
+    EXPECT_EQ(d.type, Object::MEDIUM);
+    EXPECT_DOUBLE_EQ(d.value, 3.9);
+    expect_point(d.points[0], 0, 0);
+    expect_point(d.points[1], 4, 0);
+    expect_point(d.points[2], 3, 1);
+    expect_point(d.points[3], 1, 1);
+
+    const Object& c = *obj[2];
+    EXPECT_EQ(c.name, "c");
+    EXPECT_EQ(c.type, Object::CONDUCTOR);
+    EXPECT_EQ(c.value, 0.0);
+    EXPECT_TRUE(c.is_circle);
+    EXPECT_DOUBLE_EQ(c.radius, 0.25);
+    expect_point(c.points[0], 2, -3);
+    for (int i = 1; i < 4; ++i) expect_point(c.points[i], 0, 0);
+}
+
+TEST(ObjectLanguageParse, ArithmeticPrecedenceAndConstants) {
+    parse_text(
+        "begin para p = 2 + 3 * 4; q = (2 + 3) * 4; s = 8 - 2 - 1; t = 16 / 4 / 2;"
+        " u = -2 * 3 + 10; v = p - -q; x = 1.5e1 / (1 + 2) * 2 end");
+    ASSERT_EQ(RW2D::constvarnum, 7);
+    const std::vector<std::string> names = {"p", "q", "s", "t", "u", "v", "x"};
+    const std::vector<double> values = {14, 20, 5, 2, 4, 34, 10};
+    for (int i = 0; i < 7; ++i) {
+        EXPECT_EQ(RW2D::constvarlist[i], names[i]);
+        EXPECT_DOUBLE_EQ(RW2D::constvaluelist[i], values[i]) << names[i];
+    }
+}
+
+TEST(ObjectLanguageParse, ReusedNameWarnsAndOverwrites) {
+    std::string out;
+    const auto [count, obj] = parse_text(
+        "begin\n"
+        "poly a; volt = 1; (0,0), (1,0), (1,1), (0,1)\n"
+        "circ a; diel = 2; at (5, 5); r = 3\n"
+        "box b; volt = 0; at (0, 0); w = 1; h = 1\n"
+        "end\n",
+        &out);
+    EXPECT_EQ(out,
+              "WARNING: This object name has been used!\nOld value will be replaced by new one!\n");
+    // Three keywords size the array; the reused name leaves the last slot empty.
+    ASSERT_EQ(count, 3);
+    EXPECT_EQ(obj[0]->name, "a");
+    EXPECT_EQ(obj[0]->type, Object::MEDIUM);
+    EXPECT_EQ(obj[0]->value, 2.0);
+    EXPECT_TRUE(obj[0]->is_circle);
+    EXPECT_EQ(obj[0]->radius, 3.0);
+    expect_point(obj[0]->points[0], 5, 5);
+    expect_point(obj[0]->points[2], 0, 0);
+    EXPECT_EQ(obj[1]->name, "b");
+    EXPECT_EQ(obj[2]->name, "");
+}
+
+TEST(ObjectLanguageParse, ErrorsAreCountedAndReportedAtTheNextEnd) {
+    const int before = RW2D::g_errflg;
+    std::string out;
+    // "begin\nbox " is 10 characters: the error is seen behind the number at offset 10.
+    auto [count, obj] = parse_text("begin\nbox 3; volt = 1\nend\n", &out);
+    EXPECT_EQ(out,
+              "Error the " + std::to_string(before + 1) + "th, CharLocate 11  Current char is ;\n");
+    EXPECT_EQ(count, 1);
+    EXPECT_NE(obj, nullptr);
+
+    // A reserved word is no name.
+    parse_text("begin box with; volt = 1; at (0,0); w = 1; h = 1 end", &out);
+    EXPECT_EQ(RW2D::g_errflg, before + 2);
+    EXPECT_EQ(out.rfind("Error the " + std::to_string(before + 2) + "th", 0), 0u) << out;
+
+    // A good file that reaches its end reports the errors so far.
+    parse_text("begin capa end", &out);
+    EXPECT_EQ(out, "There are " + std::to_string(before + 2) + " errors!\n");
+
+    // No "begin": nothing is allocated.
+    std::tie(count, obj) = parse_text("box a; volt = 1; at (0,0); w = 1; h = 1", &out);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(obj, nullptr);
+    EXPECT_EQ(RW2D::g_errflg, before + 3);
+}
+
+TEST(ObjectLanguageParse, StackGrowsToItsLimit) {
+    const auto nested = [](int depth) {
+        return "begin para k = " + std::string(depth, '(') + "7" + std::string(depth, ')') + " end";
+    };
+    const int before = RW2D::g_errflg;
+    std::string out;
+    parse_text(nested(9900), &out);
+    EXPECT_EQ(RW2D::g_errflg, before) << out.substr(0, 200);
+    ASSERT_EQ(RW2D::constvarnum, 1);
+    EXPECT_EQ(RW2D::constvaluelist[0], 7.0);
+    // Beyond 10000 entries the parse stops with an error.
+    parse_text(nested(10100), &out);
+    EXPECT_EQ(RW2D::g_errflg, before + 1);
+}
+
+TEST(ObjectLanguageParse, SuccessiveParsesStartAfresh) {
+    auto [count, obj] = parse_text(
+        "begin para k = 4 box a; volt = k; at (0,0); w = 1; h = 1"
+        " box b; volt = 0; at (0,0); w = 1; h = 1 end");
+    ASSERT_EQ(count, 2);
+    EXPECT_EQ(obj[0]->value, 4.0);
+    // The second file's "a" is new again, and k is unknown there, so it is a name: an error.
+    const int before = RW2D::g_errflg;
+    std::string out;
+    std::tie(count, obj) = parse_text("begin box a; volt = 2; at (0,0); w = 1; h = 1 end", &out);
+    EXPECT_EQ(out.find("WARNING"), std::string::npos) << out;
+    ASSERT_EQ(count, 1);
+    EXPECT_EQ(obj[0]->name, "a");
+    EXPECT_EQ(obj[0]->value, 2.0);
+    parse_text("begin box z; volt = k; at (0,0); w = 1; h = 1 end");
+    EXPECT_EQ(RW2D::g_errflg, before + 1);
+}
+
+TEST(ObjectLanguageParse, KeywordGluedToANumberStillMakesAnObject) {
+    // "1box" is no keyword to the count, but the scanner reads 1 and then "box".
+    const auto [count, obj] = parse_text(
+        "begin box a; volt = 1; at (0,0); w = 1; h = 1box b; volt = 0; at (3,0); w = 2; h = 2 end");
+    ASSERT_EQ(count, 2);
+    EXPECT_EQ(obj[0]->name, "a");
+    EXPECT_EQ(obj[1]->name, "b");
+    expect_point(obj[1]->points[2], 5, 2);
+}
