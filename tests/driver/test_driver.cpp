@@ -1,7 +1,6 @@
 // The command line and the run sequence: option table, output folder, parameter file, factory
 // lookup and the totals line.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -13,18 +12,14 @@
 #include "driver/karven.h"
 #include "patterns/derived.h"
 #include "patterns/generic.h"
+#include "technology/ctf_interpreter.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-struct CommandResult {
-    int status;
-    std::string out;
-};
-
 // Runs the tool with `args`; returns its exit status and standard output and error together.
-CommandResult runTool(const std::string& args) {
+std::pair<int, std::string> runTool(const std::string& args) {
     std::string cmd = std::string(KARVEN_BINARY) + " " + args + " 2>&1";
     FILE* pipe = popen(cmd.c_str(), "r");
     std::string out;
@@ -34,13 +29,12 @@ CommandResult runTool(const std::string& args) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
 
-// A family that records what the run hands it, registered under "Random" for one test.
+// What the run handed the family registered as "Random" during a RunSequence test.
 struct Recorded {
     std::string output_path;
     KARVEN::json params;
     int calls = 0;
-};
-Recorded recorded;
+} recorded;
 
 struct RecordingFamily : KARVEN::GenericStructure {
     RecordingFamily() : GenericStructure("Random", AnyPair) {}
@@ -50,9 +44,7 @@ struct RecordingFamily : KARVEN::GenericStructure {
     }
     int populate(const std::string& out, const MCTF::MiniCTF&, const KARVEN::json& params,
                  const KARVEN::ExtractionConfig&) override {
-        recorded.output_path = out;
-        recorded.params = params;
-        ++recorded.calls;
+        recorded = {out, params, recorded.calls + 1};
         return 42;
     }
 };
@@ -60,8 +52,8 @@ struct RecordingFamily : KARVEN::GenericStructure {
 class RunSequence : public testing::Test {
 protected:
     void SetUp() override {
-        KARVEN::PatternFactory::regist(
-            "Random", [] { return std::make_unique<RecordingFamily>(); });
+        KARVEN::PatternFactory::regist("Random",
+                                       [] { return std::make_unique<RecordingFamily>(); });
         recorded = {};
         dir = fs::path(testing::TempDir()) / ("karven_run_" + std::to_string(getpid()));
         fs::remove_all(dir);
@@ -75,15 +67,22 @@ protected:
         KARVEN::PatternFactory::regist("Random", [] { return std::make_unique<KARVEN::Random>(); });
         fs::remove_all(dir);
     }
+    // Runs the sequence quietly; returns {stdout, stderr}.
+    std::pair<std::string, std::string> generate(const std::string& output,
+                                                 const std::string& params = "") {
+        KarvenConfig c;
+        c.output_path = output;
+        c.param_json_path = params;
+        testing::internal::CaptureStderr();
+        testing::internal::CaptureStdout();
+        KARVEN::Karven::generate(c, stack);
+        std::string out = testing::internal::GetCapturedStdout();
+        return {out, testing::internal::GetCapturedStderr()};
+    }
     std::string writeParams(const std::string& text) {
         fs::path p = dir / "params.json";
         std::ofstream(p) << text;
         return p.string();
-    }
-    KarvenConfig config(const std::string& output) {
-        KarvenConfig c;
-        c.output_path = output;
-        return c;
     }
 
     fs::path dir;
@@ -93,121 +92,85 @@ protected:
 }  // namespace
 
 TEST(CommandLine, HelpListsOptionsInOrderWithTheirTexts) {
-    CommandResult r = runTool("--help");
-    EXPECT_EQ(r.status, 0);
-    const char* expected[] = {
-        "KARVEN: Pattern Generator",
-        "-i,--input TEXT             Input CTF file path",
-        "-o,--output TEXT            Output file path",
-        "-n,--nthreads INT           Number of threads (default: max available)",
-        "-p,--precision FLOAT        Precsion (default: 0.005)",
-        "--merge-diel BOOLEAN        Merge dielectrics (default: true)",
-        "--tmp-folder TEXT           Temporary folder for output (default: tmp/)",
-        "--param-json TEXT           Parameter JSON file path (default: none)",
-        "--seed INT                  Random seed (default: 1)",
-    };
+    auto [status, out] = runTool("--help");
+    EXPECT_EQ(status, 0);
     size_t at = 0;
-    for (const char* line : expected) {
-        size_t found = r.out.find(line, at);
-        ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << r.out;
-        at = found;
+    for (const char* line : {
+             "KARVEN: Pattern Generator",
+             "-i,--input TEXT             Input CTF file path",
+             "-o,--output TEXT            Output file path",
+             "-n,--nthreads INT           Number of threads (default: max available)",
+             "-p,--precision FLOAT        Precsion (default: 0.005)",
+             "--merge-diel BOOLEAN        Merge dielectrics (default: true)",
+             "--tmp-folder TEXT           Temporary folder for output (default: tmp/)",
+             "--param-json TEXT           Parameter JSON file path (default: none)",
+             "--seed INT                  Random seed (default: 1)",
+         }) {
+        at = out.find(line, at);
+        ASSERT_NE(at, std::string::npos) << "missing or out of order: " << line << "\n" << out;
     }
 }
 
 TEST(CommandLine, ValuedMergeDielAndBadOptions) {
     // --merge-diel takes a value; the run then finds no CTF file and no output folder.
-    CommandResult valued = runTool("--merge-diel false");
-    EXPECT_EQ(valued.out.find("was not expected"), std::string::npos) << valued.out;
-    EXPECT_NE(valued.out.find("[FATAL] Can not open CTF file \"\"."), std::string::npos) << valued.out;
-    EXPECT_NE(valued.out.find("Error: Unable to create folder \n"), std::string::npos) << valued.out;
-    EXPECT_EQ(valued.status, 0);
+    auto [status, out] = runTool("--merge-diel false");
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(out.find("[FATAL] Can not open CTF file \"\"."), std::string::npos) << out;
+    EXPECT_NE(out.find("Error: Unable to create folder \n"), std::string::npos) << out;
 
-    CommandResult bad = runTool("--bogus");
-    EXPECT_EQ(bad.status, 109);  // CLI11's code for an extra argument
-    EXPECT_NE(bad.out.find("The following argument was not expected: --bogus"), std::string::npos);
-
-    CommandResult noValue = runTool("--merge-diel");
-    EXPECT_NE(noValue.status, 0);
-    CommandResult notBool = runTool("--merge-diel maybe");
-    EXPECT_NE(notBool.status, 0);
-    CommandResult notFloat = runTool("-p fast");
-    EXPECT_NE(notFloat.status, 0);
+    auto [bad, badOut] = runTool("--bogus");
+    EXPECT_EQ(bad, 109);  // CLI11's code for an extra argument
+    EXPECT_NE(badOut.find("The following argument was not expected: --bogus"), std::string::npos);
+    for (const char* args : {"--merge-diel", "--merge-diel maybe", "-p fast"})
+        EXPECT_NE(runTool(args).first, 0) << args;
 }
 
 TEST(OutputFolder, CutsAtTheLastSeparatorOfEitherKind) {
     EXPECT_EQ(KARVEN::outputFolder("a/b/c.jsonl"), "a/b");
-    EXPECT_EQ(KARVEN::outputFolder("a\\b\\c.jsonl"), "a\\b");
     EXPECT_EQ(KARVEN::outputFolder("a/b\\c.jsonl"), "a/b");
     EXPECT_EQ(KARVEN::outputFolder("c.jsonl"), "c.jsonl");
     EXPECT_EQ(KARVEN::outputFolder("/x.jsonl"), "");
 }
 
-TEST_F(RunSequence, CreatesNestedFoldersAndPrintsTotals) {
-    std::string out = (dir / "a/b/c.jsonl").string();
-    testing::internal::CaptureStdout();
-    KARVEN::Karven::generate(config(out), stack);
-    std::string text = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(fs::is_directory(dir / "a"));
+TEST_F(RunSequence, OutputFolderCasesAndTotalsLine) {
+    std::string nested = (dir / "a/b/c.jsonl").string();
+    auto [out, err] = generate(nested);
     EXPECT_TRUE(fs::is_directory(dir / "a/b"));
-    EXPECT_FALSE(fs::exists(dir / "a/b/c.jsonl"));
-    EXPECT_EQ(recorded.output_path, out);
-    EXPECT_TRUE(std::regex_match(text, std::regex(R"(Total solve count: 42, elapsed time: \S+ s\n)")))
-        << text;
-}
+    EXPECT_FALSE(fs::exists(nested));
+    EXPECT_EQ(recorded.output_path, nested);
+    EXPECT_TRUE(
+        std::regex_match(out, std::regex(R"(Total solve count: 42, elapsed time: \S+ s\n)")))
+        << out;
 
-TEST_F(RunSequence, PathWithoutSeparatorBecomesAFolder) {
+    // A bare file name becomes a folder of that name.
     fs::path cwd = fs::current_path();
     fs::current_path(dir);
-    testing::internal::CaptureStdout();
-    KARVEN::Karven::generate(config("c.jsonl"), stack);
-    testing::internal::GetCapturedStdout();
+    generate("c.jsonl");
     fs::current_path(cwd);
     EXPECT_TRUE(fs::is_directory(dir / "c.jsonl"));
-    EXPECT_EQ(recorded.calls, 1);
-}
+    EXPECT_EQ(recorded.calls, 2);
 
-TEST_F(RunSequence, UnmakeableFolderReportsAndSkipsTheFamily) {
-    testing::internal::CaptureStderr();
-    testing::internal::CaptureStdout();
-    KARVEN::Karven::generate(config("/x.jsonl"), stack);
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error: Unable to create folder \n");
-    EXPECT_EQ(out, "");
-    EXPECT_EQ(recorded.calls, 0);
-
-    // A file standing where a folder must go.
+    // A folder that cannot be made is reported and the family is not run; the exit stays normal.
+    using Printed = std::pair<std::string, std::string>;
+    EXPECT_EQ(generate("/x.jsonl"), (Printed{"", "Error: Unable to create folder \n"}));
     std::ofstream(dir / "file") << "x";
-    testing::internal::CaptureStderr();
-    KARVEN::Karven::generate(config((dir / "file/sub/out.jsonl").string()), stack);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    EXPECT_EQ(generate((dir / "file/sub/out.jsonl").string()).second,
               "Error: Unable to create folder " + (dir / "file/sub").string() + "\n");
+    EXPECT_EQ(recorded.calls, 2);
 }
 
 TEST_F(RunSequence, ParameterFileCases) {
     std::string out = (dir / "o.jsonl").string();
-    KarvenConfig c = config(out);
-
-    c.param_json_path = (dir / "missing.json").string();
-    testing::internal::CaptureStderr();
-    testing::internal::CaptureStdout();
-    KARVEN::Karven::generate(c, stack);
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Warning: Unable to open JSON file " + c.param_json_path + "\n");
+    std::string missing = (dir / "missing.json").string();
+    EXPECT_EQ(generate(out, missing).second, "Warning: Unable to open JSON file " + missing + "\n");
     EXPECT_EQ(recorded.params, KARVEN::json::object());
-
-    c.param_json_path = writeParams("{}");
-    testing::internal::CaptureStdout();
-    KARVEN::Karven::generate(c, stack);
-    testing::internal::GetCapturedStdout();
+    generate(out, writeParams("{}"));
     EXPECT_EQ(recorded.params, KARVEN::json::object());
-
-    c.param_json_path = writeParams(R"({"Random": {"nsamples": 3}, "AAG": {"0": 1}})");
-    testing::internal::CaptureStdout();
-    KARVEN::Karven::generate(c, stack);
-    testing::internal::GetCapturedStdout();
+    generate(out, writeParams(R"({"Random": {"nsamples": 3}, "AAG": {"0": 1}})"));
     EXPECT_EQ(recorded.params, KARVEN::json::parse(R"({"nsamples": 3})"));
 
+    KarvenConfig c;
+    c.output_path = out;
     c.param_json_path = writeParams("[1, 2]");
     try {
         KARVEN::Karven::generate(c, stack);
@@ -216,26 +179,42 @@ TEST_F(RunSequence, ParameterFileCases) {
         EXPECT_EQ(e.id, 306);
         EXPECT_NE(std::string(e.what()).find("cannot use value() with array"), std::string::npos);
     }
-
     c.param_json_path = writeParams("{\"Random\": ");
     EXPECT_THROW(KARVEN::Karven::generate(c, stack), KARVEN::json::parse_error);
 }
 
-#include "technology/ctf_interpreter.h"
-
 // The tool links the technology library as this test does; every statement and table class
 // must reach the reader, or its keyword would fall back to the generic element reader.
 TEST(ToolLinking, EveryCtfStatementAndTableClassIsRegistered) {
-    for (const char* name :
-         {"CtfConductor", "CtfContact_gate_table", "CtfDensity_box", "CtfDielectric",
-          "CtfDiff_gate_table", "CtfEtch_contact_gate_spacing", "CtfEtch_width_length",
-          "CtfEtch_width_spacing", "CtfGate2Diff_cap", "CtfILD_thickness", "CtfMaskEtchTable",
-          "CtfMultiGate", "CtfRHO_SI_width_thickness", "CtfRHO_width_spacing", "CtfRPSQ_SI_width",
-          "CtfRPSQ_width_spacing", "CtfRPV_Area", "CtfRPV_width_length", "CtfSAMT_VPT",
-          "CtfSideTan_width_spacing", "CtfSpacer_er_vs_width_spacing", "CtfTSV",
-          "CtfTSVCeffTable", "CtfThickness_bottom_width", "CtfThickness_density",
-          "CtfThickness_density_width", "CtfThickness_polynomial", "CtfThickness_width_spacing",
-          "CtfVia"}) {
+    for (const char* name : {"CtfConductor",
+                             "CtfContact_gate_table",
+                             "CtfDensity_box",
+                             "CtfDielectric",
+                             "CtfDiff_gate_table",
+                             "CtfEtch_contact_gate_spacing",
+                             "CtfEtch_width_length",
+                             "CtfEtch_width_spacing",
+                             "CtfGate2Diff_cap",
+                             "CtfILD_thickness",
+                             "CtfMaskEtchTable",
+                             "CtfMultiGate",
+                             "CtfRHO_SI_width_thickness",
+                             "CtfRHO_width_spacing",
+                             "CtfRPSQ_SI_width",
+                             "CtfRPSQ_width_spacing",
+                             "CtfRPV_Area",
+                             "CtfRPV_width_length",
+                             "CtfSAMT_VPT",
+                             "CtfSideTan_width_spacing",
+                             "CtfSpacer_er_vs_width_spacing",
+                             "CtfTSV",
+                             "CtfTSVCeffTable",
+                             "CtfThickness_bottom_width",
+                             "CtfThickness_density",
+                             "CtfThickness_density_width",
+                             "CtfThickness_polynomial",
+                             "CtfThickness_width_spacing",
+                             "CtfVia"}) {
         EXPECT_NE(registeredCtfProcessor(name), nullptr) << name;
     }
 }

@@ -1,85 +1,170 @@
-// The pattern model: coats growing around wires, their flattening, and the family factory.
+// The pattern model (coats, flattening, factory), usable layers, layer combinations, the
+// parameter file's sweeps and the order of the points of a sweep.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
 
-#include "patterns/generic.h"
-#include "technology/minictf.h"
+#include "pattern_test_util.h"
+
+using ptest::StubFamily;
+using G = KARVEN::GenericStructure;
 
 namespace {
 
-// M1 (0.2-0.3) with two coats: CA (side 0.01, top 0.02), CB (top only, 0.05);
-// M2 (0.5-0.6) with none; a coat with no thickness on M1 that must be skipped.
-class CoatedStack : public testing::Test {
-protected:
-    void SetUp() override {
-        ctf.appendConductor("M1", 0.2, 0.1);
-        ctf.appendConductor("M2", 0.5, 0.1);
-        ctf.appendDielectric("IMD", 0.0, 1.0, 4.0);
-        ctf.appendDielectric("CA", 0.2, 0.0, 7.0, 0.01, 0.02, -1.0, {"M1"});
-        ctf.appendDielectric("NONE", 0.2, 0.0, 5.0, 0.0, 0.0, -1.0, {"M1"});
-        ctf.appendDielectric("CB", 0.2, 0.0, 3.0, 0.0, 0.05, -1.0, {"M1"});
-        ctf.finishStack();
-    }
-    MCTF::MiniCTF ctf;
-};
+std::string names(const KARVEN::Layers& layers) {
+    std::string s;
+    for (const auto* l : layers) s += (s.empty() ? "" : " ") + l->name;
+    return s;
+}
 
-void expectRect(const KARVEN::Rect& r, double x0, double y0, double x1, double y1) {
-    EXPECT_NEAR(r[0], x0, 1e-12);
-    EXPECT_NEAR(r[1], y0, 1e-12);
-    EXPECT_NEAR(r[2], x1, 1e-12);
-    EXPECT_NEAR(r[3], y1, 1e-12);
+std::vector<std::string> combos(const MCTF::MiniCTF& ctf, G::CombinationType type) {
+    std::vector<std::string> out;
+    for (const auto& c : StubFamily("S", type).prepareLayerCombinations(ctf))
+        out.push_back(names(c));
+    return out;
+}
+
+void expectRect(const KARVEN::Rect& r, const KARVEN::Rect& want) {
+    for (int k = 0; k < 4; ++k) EXPECT_NEAR(r[k], want[k], 1e-12) << k;
 }
 
 }  // namespace
 
-TEST_F(CoatedStack, CoatsGrowOutwardLayerByLayerFromTheWireBottom) {
-    KARVEN::Pattern p;
-    p.addConductor(1.0, 1.5, ctf.conductors[0]);
-    ASSERT_EQ(p.conductors.size(), 1u);
-    expectRect(p.conductors[0], 1.0, 0.2, 1.5, 0.3);
-    // CA is id 1, NONE (id 2) adds no entry, CB is id 3.
-    ASSERT_EQ(p.conformal_rects.size(), 2u);
-    ASSERT_EQ(p.conformal_rects.count(2), 0u);
-    const auto& ca = p.conformal_rects.at(1);
-    ASSERT_EQ(ca.size(), 1u);
-    EXPECT_EQ(ca[0].first, 7.0);
-    expectRect(ca[0].second, 0.99, 0.2, 1.51, 0.32);
-    const auto& cb = p.conformal_rects.at(3);  // top only: sides unchanged from CA's
-    EXPECT_EQ(cb[0].first, 3.0);
-    expectRect(cb[0].second, 0.99, 0.2, 1.51, 0.37);
-}
-
-TEST_F(CoatedStack, WiresOfOneLayerShareKeysAndBareLayersAddNone) {
+TEST(PatternModel, CoatsGrowOutwardLayerByLayerAndFlattenInKeyOrder) {
+    // M1 (0.2-0.3) with coats CA (side 0.01, top 0.02), NONE (no thickness: skipped) and CB
+    // (top only, 0.05); M2 bare.
+    MCTF::MiniCTF ctf;
+    ctf.appendConductor("M1", 0.2, 0.1);
+    ctf.appendConductor("M2", 0.5, 0.1);
+    ctf.appendDielectric("IMD", 0.0, 1.0, 4.0);
+    ctf.appendDielectric("CA", 0.2, 0.0, 7.0, 0.01, 0.02, -1.0, {"M1"});
+    ctf.appendDielectric("NONE", 0.2, 0.0, 5.0, 0.0, 0.0, -1.0, {"M1"});
+    ctf.appendDielectric("CB", 0.2, 0.0, 3.0, 0.0, 0.05, -1.0, {"M1"});
+    ctf.finishStack();
     KARVEN::Pattern p;
     p.addConductor(1.0, 1.5, ctf.conductors[0]);
     p.addConductor(-0.5, 0.0, ctf.conductors[1]);
-    EXPECT_EQ(p.conformal_rects.size(), 2u);
     p.addConductor(3.0, 3.2, ctf.conductors[0]);
+    ASSERT_EQ(p.conductors.size(), 3u);
+    expectRect(p.conductors[0], {1.0, 0.2, 1.5, 0.3});
+    // Keys are the coat ids: CA 1, CB 3; one entry per M1 wire, none for M2.
+    ASSERT_EQ(p.conformal_rects.size(), 2u);
     ASSERT_EQ(p.conformal_rects.at(1).size(), 2u);
-    expectRect(p.conformal_rects.at(1)[1].second, 2.99, 0.2, 3.21, 0.32);
-    EXPECT_EQ(p.conductors.size(), 3u);
+    EXPECT_EQ(p.conformal_rects.at(1)[0].first, 7.0);
+    expectRect(p.conformal_rects.at(1)[0].second, {0.99, 0.2, 1.51, 0.32});
+    expectRect(p.conformal_rects.at(3)[0].second, {0.99, 0.2, 1.51, 0.37});  // sides from CA
 
     auto flat = p.flattenConformals();
     ASSERT_EQ(flat.size(), 4u);  // both CA coats, then both CB coats
-    EXPECT_EQ(flat[0].first, 7.0);
     EXPECT_EQ(flat[1].first, 7.0);
     EXPECT_EQ(flat[2].first, 3.0);
-    expectRect(flat[3].second, 2.99, 0.2, 3.21, 0.37);
+    expectRect(flat[3].second, {2.99, 0.2, 3.21, 0.37});
 }
 
 TEST(PatternFactory, FindsRandomAndIsCaseSensitive) {
     auto names = KARVEN::PatternFactory::names();
     EXPECT_NE(std::find(names.begin(), names.end(), "Random"), names.end());
-    auto family = KARVEN::PatternFactory::create("Random");
-    ASSERT_NE(family, nullptr);
-    EXPECT_EQ(family->name, "Random");
-    EXPECT_EQ(family->window, 100.0);
+    EXPECT_EQ(KARVEN::PatternFactory::create("Random")->window, 100.0);
     try {
         KARVEN::PatternFactory::create("random");
         FAIL() << "lookup must be case-sensitive";
     } catch (const std::runtime_error& e) {
         EXPECT_EQ(std::string(e.what()), "Unknown type: random");
     }
+}
+
+TEST(NonOverlapLayers, EarlierLayerWinsOverlapsAndSharedBoundaries) {
+    MCTF::MiniCTF ctf;
+    ptest::fillStack(ctf, {{"M1", 0.2, 0.1},
+                           {"M1b", 0.25, 0.1},  // overlaps M1
+                           {"M2", 0.3, 0.1},    // only touches M1's top: still dropped
+                           {"M3", 0.5, 0.1, 0.05, 0.07}});
+    KARVEN::Layers kept;
+    EXPECT_EQ(ptest::quiet([&] { kept = KARVEN::get_nonoverlap_metal_layers(ctf); }),
+              "[INFO]: 4 metal layers found.\n"
+              "[INFO]: 2 non-overlapping metal layers selected.\n"
+              "  Layer 0: M1 (0.2 - 0.3), wmin = 0.1, smin = 0.1\n"
+              "  Layer 1: M3 (0.5 - 0.6), wmin = 0.05, smin = 0.07\n");
+    EXPECT_EQ(names(kept), "M1 M3");
+}
+
+TEST(Combinations, EachTypeInLoopOrder) {
+    MCTF::MiniCTF ctf;
+    ptest::fillStack(ctf, {{"M1", 0.2, 0.1}, {"M2", 0.5, 0.1}, {"M3", 0.8, 0.1}});
+    using V = std::vector<std::string>;
+    EXPECT_EQ(combos(ctf, G::AnyPair),
+              (V{"substrate M1", "substrate M2", "M1 M2", "substrate M3", "M1 M3", "M2 M3"}));
+    EXPECT_EQ(combos(ctf, G::AnyTriple),
+              (V{"substrate M1 M2", "substrate M1 M3", "substrate M2 M3", "M1 M2 M3"}));
+    EXPECT_EQ(combos(ctf, G::PlatePair),
+              (V{"substrate M1 M2", "substrate M1 M3", "substrate M2 M3"}));
+    EXPECT_EQ(combos(ctf, G::PlateTriple), (V{"substrate M1 M2 M3"}));
+
+    MCTF::MiniCTF one;
+    ptest::fillStack(one, {{"M1", 0.2, 0.1}});
+    EXPECT_TRUE(combos(one, G::PlatePair).empty());
+    EXPECT_EQ(combos(one, G::AnyPair), V{"substrate M1"});
+}
+
+TEST(Combinations, LayersOverlapOnlyStrictlyAboveTheNextBottom) {
+    MCTF::MiniCTF ctf;  // heights exact in binary, so touching is exact
+    ptest::fillStack(ctf, {{"A", 0.25, 0.25},
+                           {"B", 0.5, 0.25},      // touches A
+                           {"C", 0.625, 0.25},    // overlaps B
+                           {"A2", 0.25, 0.25}});  // same heights as A
+    StubFamily f("S", G::AnyPair);
+    const auto& c = ctf.conductors;
+    EXPECT_FALSE(f.layerOverlap({c[0]}));
+    EXPECT_FALSE(f.layerOverlap({c[0], c[1]}));
+    EXPECT_TRUE(f.layerOverlap({c[1], c[2]}));
+    EXPECT_TRUE(f.layerOverlap({c[0], c[3]}));
+    EXPECT_TRUE(f.layerOverlap({ctf.substrate_ref, c[0], c[2], c[1]}));
+}
+
+TEST(CapLib, TakesFourArraysFromTheLayerKeyOrFallsBackOrRaisesTheLibraryErrors) {
+    MCTF::MiniCTF ctf;
+    ptest::fillStack(ctf, {{"M1", 0.2, 0.1}, {"M2", 0.5, 0.1}, {"M3", 0.8, 0.1}});
+    const KARVEN::ParameterSet own{{{1.0}, {2.0}, {3.0}, {4.0}}};
+    StubFamily f("S", G::PlatePair, {}, own);
+    KARVEN::Layers layers{ctf.substrate_ref, ctf.conductors[0], ctf.conductors[2]};
+    auto lib = f.prepareCapLib(layers,
+                               KARVEN::json::parse(R"({"0 1 3": [[0.1, 0.2], [1], [2, 3], [4]]})"));
+    EXPECT_EQ(lib.params[0], (std::vector<double>{0.1, 0.2}));
+    EXPECT_EQ(lib.params[2], (std::vector<double>{2, 3}));
+    EXPECT_TRUE(lib.values.empty());
+    for (const char* ignored :
+         {R"({"0 1 3": [[1], [2], [3]]})", R"({"0 1 3": [1, 2, 3, 4]})",
+          R"({"1 3": [[9], [9], [9], [9]]})", R"([[9], [9], [9], [9]])", "null"}) {
+        EXPECT_EQ(f.prepareCapLib(layers, KARVEN::json::parse(ignored)).params, own) << ignored;
+    }
+    // Wrong JSON types reach the user worded as the JSON library words them.
+    for (auto [text, id, words] :
+         {std::tuple{R"({"0 1 3": {"a":1,"b":2,"c":3,"d":4}})", 305,
+                     "cannot use operator[] with a numeric argument with object"},
+          std::tuple{R"({"0 1 3": [[1], 2, [3], [4]]})", 302,
+                     "type must be array, but is number"}}) {
+        try {
+            f.prepareCapLib(layers, KARVEN::json::parse(text));
+            ADD_FAILURE() << text;
+        } catch (const KARVEN::json::type_error& e) {
+            EXPECT_EQ(e.id, id);
+            EXPECT_NE(std::string(e.what()).find(words), std::string::npos) << e.what();
+        }
+    }
+}
+
+TEST(SweepPoints, LastOrderedVectorVariesFastest) {
+    KARVEN::ParameterSet p{{{1, 2}, {10, 20, 30}, {100}, {1000, 2000}}};
+    EXPECT_EQ(KARVEN::sweepSize(p), 12u);
+    using P = std::array<double, 4>;
+    std::array<int, 4> natural{0, 1, 2, 3};
+    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 1), (P{1, 10, 100, 2000}));
+    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 2), (P{1, 20, 100, 1000}));
+    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 11), (P{2, 30, 100, 2000}));
+    // Slot k reads vector order[k]: here slot 3 reads vector 0, which now varies fastest.
+    std::array<int, 4> reversed{3, 2, 1, 0};
+    EXPECT_EQ(KARVEN::sweepPoint(p, reversed, 1), (P{1000, 100, 10, 2}));
+    EXPECT_EQ(KARVEN::sweepPoint(p, reversed, 6), (P{2000, 100, 10, 1}));
 }

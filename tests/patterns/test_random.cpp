@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sstream>
 
+#include "pattern_test_util.h"
 #include "patterns/derived.h"
 
 namespace fs = std::filesystem;
@@ -36,13 +36,6 @@ std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
     return r;
 }
 
-std::string readFile(const fs::path& p) {
-    std::ifstream in(p);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 std::vector<json> readSamples(const fs::path& p) {
     std::vector<json> out;
     std::ifstream in(p);
@@ -65,13 +58,14 @@ protected:
     }
     void TearDown() override { fs::remove_all(dir); }
 
-    // Runs the family quietly; returns the sample count and keeps what it printed.
-    int run(const json& params, const std::string& file, int threads = 1) {
+    // Runs the family quietly with seed 7; returns the sample count and keeps what it printed.
+    int run(const json& params, const std::string& file, const MCTF::MiniCTF* stack = nullptr) {
         KARVEN::Random family;
-        KARVEN::ExtractionConfig config{threads, 0.005, true, 7};
-        testing::internal::CaptureStdout();
-        int count = family.populate((dir / file).string(), ctf, params, config, falloffSolver);
-        printed = testing::internal::GetCapturedStdout();
+        int count = 0;
+        printed = ptest::quiet([&] {
+            count = family.populate((dir / file).string(), stack ? *stack : ctf, params,
+                                    {1, 0.005, true, 7}, falloffSolver);
+        });
         window = family.window;
         return count;
     }
@@ -85,8 +79,11 @@ protected:
 }  // namespace
 
 TEST_F(RandomSamples, SingleWireSamplesFollowTheDrawOrder) {
-    json params = {{"nsamples", 3}, {"poisson_lambda", 0}, {"window", 40.0},
-                   {"conductor_window", 8.0}, {"exponent_base", 0.75}};
+    json params = {{"nsamples", 3},
+                   {"poisson_lambda", 0},
+                   {"window", 40.0},
+                   {"conductor_window", 8.0},
+                   {"exponent_base", 0.75}};
     ASSERT_EQ(run(params, "one.jsonl"), 3);
     auto samples = readSamples(dir / "one.jsonl");
     ASSERT_EQ(samples.size(), 3u);
@@ -94,15 +91,17 @@ TEST_F(RandomSamples, SingleWireSamplesFollowTheDrawOrder) {
     // Replay each sample with the standard library's laws in the stated order.
     const double Wc = 8.0, B = 40.0, right = 0.4995 * Wc;
     std::vector<double> weights;
-    for (uint32_t i = 0; i < static_cast<uint32_t>(B / 0.1); ++i) weights.push_back(std::pow(0.75, i));
+    for (uint32_t i = 0; i < static_cast<uint32_t>(B / 0.1); ++i)
+        weights.push_back(std::pow(0.75, i));
     for (int i = 0; i < 3; ++i) {
         SCOPED_TRACE(i);
         std::mt19937 engine(i + 7);
         std::vector<const MCTF::ConductorLayer*> copy = ctf.conductors;
         int drawn = std::uniform_int_distribution<int>(3, 5)(engine);
         std::shuffle(copy.begin(), copy.end(), engine);  // drawn < 6 layers
-        EXPECT_EQ(std::poisson_distribution<int>(0.0)(engine) + 1, 1);
-        const MCTF::ConductorLayer* layer = copy[std::uniform_int_distribution<int>(0, drawn - 1)(engine)];
+        std::poisson_distribution<int>(0.0)(engine);     // the wire count, Poisson(0) + 1 = 1
+        const MCTF::ConductorLayer* layer =
+            copy[std::uniform_int_distribution<int>(0, drawn - 1)(engine)];
         double hw = layer->wmin / 2, h;
         if (engine() % 10 != 0) {
             auto f = static_cast<int64_t>(right / hw);
@@ -121,13 +120,13 @@ TEST_F(RandomSamples, SingleWireSamplesFollowTheDrawOrder) {
 }
 
 TEST_F(RandomSamples, OneThreadIsByteIdenticalAndWiresKeepTheirRules) {
-    json params = {{"nsamples", 6}, {"poisson_lambda", 3}, {"window", 30.0},
-                   {"conductor_window", 10.0}};
+    json params = {
+        {"nsamples", 6}, {"poisson_lambda", 3}, {"window", 30.0}, {"conductor_window", 10.0}};
     run(params, "a.jsonl");
     run(params, "b.jsonl");
-    std::string a = readFile(dir / "a.jsonl");
+    std::string a = ptest::readFile(dir / "a.jsonl");
     EXPECT_FALSE(a.empty());
-    EXPECT_EQ(a, readFile(dir / "b.jsonl"));
+    EXPECT_EQ(a, ptest::readFile(dir / "b.jsonl"));
 
     for (const json& s : readSamples(dir / "a.jsonl")) {
         const json& c = s["conductors"];
@@ -147,14 +146,21 @@ TEST_F(RandomSamples, OneThreadIsByteIdenticalAndWiresKeepTheirRules) {
     }
 }
 
-TEST_F(RandomSamples, WindowRules) {
+TEST_F(RandomSamples, WindowRulesAndSmallStacks) {
     run({{"nsamples", 0}, {"window", -1.0}, {"conductor_window", 10.0}}, "w.jsonl");
     EXPECT_NE(printed.find("[INFO] conductor window=10, boundary window=20\n"), std::string::npos);
     EXPECT_EQ(window, 20.0);
-    EXPECT_EQ(readFile(dir / "w.jsonl"), "");  // nsamples 0: an empty file
+    EXPECT_EQ(ptest::readFile(dir / "w.jsonl"), "");  // nsamples 0: an empty file
 
     run({{"nsamples", 0}, {"window", 12.0}, {"conductor_window", 50.0}}, "w.jsonl");
     EXPECT_NE(printed.find("[INFO] conductor window=12, boundary window=12\n"), std::string::npos);
+
+    // Two usable layers, no fixed layers: the drawn layer count is bounded by the stack.
+    MCTF::MiniCTF small;
+    ptest::fillStack(small, {{"A", 0.5, 0.2, 0.1, 0.1}, {"B", 1.0, 0.2, 0.2, 0.2}}, 2.0, 3.9);
+    EXPECT_EQ(
+        run({{"nsamples", 5}, {"window", 20.0}, {"conductor_window", 6.0}}, "s.jsonl", &small), 5);
+    EXPECT_EQ(readSamples(dir / "s.jsonl").size(), 5u);
 }
 
 TEST_F(RandomSamples, AutomaticWindowFallsBackToTheMiddleLayer) {
@@ -168,22 +174,6 @@ TEST_F(RandomSamples, AutomaticWindowFallsBackToTheMiddleLayer) {
     EXPECT_EQ(printed.find("M3 Factor 24"), std::string::npos);
 }
 
-TEST_F(RandomSamples, FewerThanFiveLayersWork) {
-    MCTF::MiniCTF small;
-    small.appendConductor("A", 0.5, 0.2, 0.1, 0.1);
-    small.appendConductor("B", 1.0, 0.2, 0.2, 0.2);
-    small.appendDielectric("D", 0.0, 2.0, 3.9);
-    small.finishStack();
-    KARVEN::Random family;
-    testing::internal::CaptureStdout();
-    int count = family.populate((dir / "s.jsonl").string(), small,
-                                {{"nsamples", 5}, {"window", 20.0}, {"conductor_window", 6.0}},
-                                {1, 0.005, true, 1}, falloffSolver);
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(count, 5);
-    EXPECT_EQ(readSamples(dir / "s.jsonl").size(), 5u);
-}
-
 TEST_F(RandomSamples, StructureFileRoundTripAndBadLines) {
     run({{"nsamples", 4}, {"poisson_lambda", 2}, {"window", 30.0}, {"conductor_window", 10.0}},
         "drawn.jsonl");
@@ -195,35 +185,35 @@ TEST_F(RandomSamples, StructureFileRoundTripAndBadLines) {
         for (const json& c : s["conductors"]) {
             std::string name = "substrate";
             for (const auto* l : ctf.conductors)
-                if (std::fabs((l->z_bottom + l->z_top) / 2 - c[1].get<double>()) < 1e-9) name = l->name;
+                if (std::fabs((l->z_bottom + l->z_top) / 2 - c[1].get<double>()) < 1e-9)
+                    name = l->name;
             names.push_back(name);
         }
         s["layers"] = names;
         structures << s.dump() << "\n";
     }
-    structures << "\n" << R"({"conductors": [[0, 0.6, 0.1, 0.2], [5, 0.6, 0.1, 0.2]], "layers": ["M1", "M9"]})" << "\n";
+    structures
+        << "\n"
+        << R"({"conductors": [[0, 0.6, 0.1, 0.2], [5, 0.6, 0.1, 0.2]], "layers": ["M1", "M9"]})"
+        << "\n";
     structures.close();
 
-    KARVEN::Random family;
     testing::internal::CaptureStderr();
-    int count = 0;
-    testing::internal::CaptureStdout();
-    count = family.populate((dir / "again.jsonl").string(), ctf,
-                            {{"structure_input", (dir / "structures.jsonl").string()}, {"window", 30.0}},
-                            {1, 0.005, true, 1}, falloffSolver);
-    std::string out = testing::internal::GetCapturedStdout();
-    std::string err = testing::internal::GetCapturedStderr();
+    int count = run({{"structure_input", (dir / "structures.jsonl").string()}, {"window", 30.0}},
+                    "again.jsonl");
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("Error parsing JSON line: "),
+              std::string::npos);
     EXPECT_EQ(count, 5);
-    EXPECT_NE(err.find("Error parsing JSON line: "), std::string::npos);
-    EXPECT_NE(out.find("[WARN]: invalid layer name \"M9\" for conductor 1 in sample 4\n"), std::string::npos);
+    EXPECT_NE(printed.find("[WARN]: invalid layer name \"M9\" for conductor 1 in sample 4\n"),
+              std::string::npos);
     auto again = readSamples(dir / "again.jsonl");
     ASSERT_EQ(again.size(), 5u);
-    for (size_t i = 0; i < drawn.size(); ++i) EXPECT_EQ(again[i]["conductors"], drawn[i]["conductors"]);
+    for (size_t i = 0; i < drawn.size(); ++i)
+        EXPECT_EQ(again[i]["conductors"], drawn[i]["conductors"]);
     EXPECT_EQ(again[4]["size"], 2);  // the wire on an unknown layer is left out
-}
 
-TEST(ParseJsonl, MissingFileGivesNothing) {
     testing::internal::CaptureStderr();
     EXPECT_TRUE(KARVEN::parse_jsonl("/no/such/file.jsonl").empty());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error: Unable to open file /no/such/file.jsonl\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Error: Unable to open file /no/such/file.jsonl\n");
 }

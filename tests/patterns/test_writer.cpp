@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "pattern_test_util.h"
 #include "patterns/derived.h"
 #include "patterns/writer.h"
 
@@ -13,30 +14,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string readFile(const fs::path& p) {
-    std::ifstream in(p);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+using ptest::readFile;
 
-struct LibFamily : KARVEN::GenericStructure {
-    explicit LibFamily(const std::string& n) : GenericStructure(n, AnyPair) {
-        roles = {"lateral", "bottom"};
-    }
-    KARVEN::ParameterSet getParameterSet(const KARVEN::Layers&) override { return {}; }
-    KARVEN::Pattern actualStructure(const KARVEN::Layers&, const std::array<double, 4>&) override {
-        return {};
-    }
+struct LibFamily : ptest::StubFamily {
+    explicit LibFamily(const std::string& n, std::vector<std::string> r = {"lateral", "bottom"})
+        : StubFamily(n, AnyPair, std::move(r)) {}
 };
 
 class Writer : public testing::Test {
 protected:
     void SetUp() override {
-        ctf.appendConductor("M1", 0.2, 0.1);
-        ctf.appendConductor("M2", 0.5, 0.1, 0.2, 0.2);
-        ctf.appendDielectric("D", 0.0, 1.0, 4.0);
-        ctf.finishStack();
+        ptest::fillStack(ctf, {{"M1", 0.2, 0.1}, {"M2", 0.5, 0.1, 0.2, 0.2}});
         full.params = {{{0.1, 0.2}, {1.0}, {0.5}, {2.0}}};
         full.values = {{-0.1, -0.2}, {0.3, -0.4}};
         out = fs::path(testing::TempDir()) / ("lib_" + std::to_string(getpid()) + ".txt");
@@ -60,15 +48,13 @@ TEST_F(Writer, LibraryWithSkippedAndFullCombination) {
 }
 
 TEST_F(Writer, FamiliesAagAndAbgListAxesBackwards) {
-    LibFamily f("AAG");
-    f.roles = {"lateral"};
+    LibFamily f("AAG", {"lateral"});
     std::vector<std::pair<KARVEN::Layers, KARVEN::CapLib>> libs{
         {{ctf.conductors[0], ctf.conductors[1]}, full}};
     f.writeCapLibs(out.string(), libs);
     EXPECT_EQ(readFile(out), readFile("golden/library_reversed_axes.txt"));
 
-    LibFamily p1("P1AAG");  // only the exact names take part
-    p1.roles = {"lateral"};
+    LibFamily p1("P1AAG", {"lateral"});  // only the exact names take part
     p1.writeCapLibs(out.string(), libs);
     EXPECT_NE(readFile(out).find("$ st\nSSS 1.000000e-01"), std::string::npos);
     EXPECT_EQ(readFile(out).find("$ wt\nSSS 2.000000e+00\n\n$ wb"), std::string::npos);
@@ -78,7 +64,8 @@ TEST_F(Writer, SkipLinesAndUnopenableLibrary) {
     LibFamily f("FAM");
     EXPECT_EQ(f.writeSkip("bottom"), "");
     f.skips = {{"bottom", {"a", "b"}}};
-    EXPECT_EQ(f.writeSkip("bottom"), "$ skipping a\nSSS -1.000000e+00\n$ skipping b\nSSS -1.000000e+00\n");
+    EXPECT_EQ(f.writeSkip("bottom"),
+              "$ skipping a\nSSS -1.000000e+00\n$ skipping b\nSSS -1.000000e+00\n");
 
     std::string bad = (fs::path(testing::TempDir()) / "no/such/dir/lib.txt").string();
     testing::internal::CaptureStderr();
@@ -104,10 +91,10 @@ TEST(FormatFloats, EightDecimalsHalvesAwayFromZeroIntegersUntouched) {
 }
 
 TEST(SampleFile, OneCompactObjectPerLineWithCentresAndSizes) {
-    fs::path out = fs::path(testing::TempDir()) / ("samples_" + std::to_string(getpid()) + ".jsonl");
-    std::vector<KARVEN::PatternResult> results{
-        {{{0.0, 0.1, 0.2, 0.3}, {-50.0, -0.1, 50.0, 0.0}},
-         {0.12345678949, -0.000000001, -0.1, 0.1}}};
+    fs::path out =
+        fs::path(testing::TempDir()) / ("samples_" + std::to_string(getpid()) + ".jsonl");
+    std::vector<KARVEN::PatternResult> results{{{{0.0, 0.1, 0.2, 0.3}, {-50.0, -0.1, 50.0, 0.0}},
+                                                {0.12345678949, -0.000000001, -0.1, 0.1}}};
     KARVEN::Random().dump_to_json(results, out.string());
     EXPECT_EQ(readFile(out), readFile("golden/sample_line.jsonl"));
     EXPECT_DOUBLE_EQ(results[0].first[1][2], 100.0);  // rectangles were rewritten in place

@@ -26,25 +26,20 @@ double panel_coefficient(int m, double a, double h) {
 //  12 u_z  = 12 sum b_m (m pi/L) sin(m pi/2) / (2 sinh(m pi/2))
 //  12 u_x  = 12 sum b_m (m pi/L) cos(m pi/2) / (2 cosh(m pi/2))
 // (12 cells = half a box: derivatives in half-box units.)
-double exact_probability(double a) {
+template <class F>
+double series(double a, int first_mode, F term) {
   double s = 0;
-  for (int m = 1; m < 400; m += 2)
-    s += panel_coefficient(m, a, 1) * std::sin(m * kPi / 2) / (2 * std::cosh(m * kPi / 2));
+  for (int m = first_mode; m < 400; m += 2) s += panel_coefficient(m, a, 1) * term(m * kPi);
   return s;
 }
+double exact_probability(double a) {
+  return series(a, 1, [](double k) { return std::sin(k / 2) / (2 * std::cosh(k / 2)); });
+}
 double exact_dz(double a) {
-  double s = 0;
-  for (int m = 1; m < 400; m += 2)
-    s += panel_coefficient(m, a, 1) * (m * kPi / L) * std::sin(m * kPi / 2) /
-         (2 * std::sinh(m * kPi / 2));
-  return 12 * s;
+  return 12 * series(a, 1, [](double k) { return k / L * std::sin(k / 2) / 2 / std::sinh(k / 2); });
 }
 double exact_dx(double a) {
-  double s = 0;
-  for (int m = 2; m < 400; m += 2)
-    s += panel_coefficient(m, a, 1) * (m * kPi / L) * std::cos(m * kPi / 2) /
-         (2 * std::cosh(m * kPi / 2));
-  return 12 * s;
+  return 12 * series(a, 2, [](double k) { return k / L * std::cos(k / 2) / 2 / std::cosh(k / 2); });
 }
 
 // Probability of panel j of each block from a table in cdf form (blocks stand for two halves or
@@ -302,20 +297,18 @@ TEST(GftSolverStack, SolveOfAStackWithoutInterfaceNormalisesTwice) {
   EXPECT_EQ(g.wvtz.face_cdf[1], h.wvtz.face_cdf[1]);
 }
 
-TEST(GftSolverStack, DumpPackOrder) {
+TEST(GftSolverStack, DumpPackAppendsTheNineBlocksThenTheTwoTotals) {
   gft_solver g;
   g.solve_single();
   std::vector<double> out{-7.0};
   g.dump_pack(out);
-  ASSERT_EQ(out.size(), 147u);
+  // Per record lower (12), upper (12), side (24): GFT, WVTz, WVTx; after them the total weights.
+  ASSERT_EQ(out.size(), 1u + 3 * 48 + 2);
   EXPECT_EQ(out[0], -7.0);
-  EXPECT_EQ(out[1], g.gft.lower_cdf[0]);
-  EXPECT_EQ(out[1 + 12], g.gft.upper_cdf[0]);
-  EXPECT_EQ(out[1 + 24], g.gft.side_cdf[0]);
-  EXPECT_EQ(out[1 + 48], g.wvtz.lower_cdf[0]);
-  EXPECT_EQ(out[1 + 96 + 47], g.wvtx.side_cdf[23]);
-  EXPECT_EQ(out[145], g.wvtz.total_weight);
-  EXPECT_EQ(out[146], g.wvtx.total_weight);
+  EXPECT_EQ(std::vector<double>({out[1], out[13], out[25], out[49], out[144], out[145], out[146]}),
+            std::vector<double>({g.gft.lower_cdf[0], g.gft.upper_cdf[0], g.gft.side_cdf[0],
+                                 g.wvtz.lower_cdf[0], g.wvtx.side_cdf[23], g.wvtz.total_weight,
+                                 g.wvtx.total_weight}));
 }
 
 }  // namespace

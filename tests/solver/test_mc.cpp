@@ -190,7 +190,7 @@ std::vector<Call> calls() {
     const Layers stack = {{0, 4.0}, {0.3, 2.9}, {0.65, 7.5}, {0.67, 2.9}, {1.1, 1.0}};
     const Diels coats = {{7.0, {-0.06, 0.3, 0.06, 0.51}}};
     std::vector<Call> out;
-    for (int s = 0; s < 3; ++s) {
+    for (int s = 0; s < 2; ++s) {
         out.push_back({{w1, w2, w3, plate}, stack, {}, win, 10 + s});
         out.push_back({{w3, w1, w2, plate}, stack, {}, win, 20 + s});
         out.push_back({{w2, w1, plate}, {{0, 3.9}}, coats, win, 30 + s});

@@ -76,22 +76,23 @@ TEST(SolverMedium, GuardsSurroundTheStackWithoutItsFirstBottom) {
 }
 
 TEST(SolverMedium, SearchLayerOnAndBetweenBoundaries) {
-    const MediumLayer l = three_layers();                      // boundaries z[5] = 1, z[6] = 2
-    EXPECT_EQ(l.search_layer(0.5), std::make_pair(4, false));  // lowest layer, eps 3.9
-    EXPECT_EQ(l.search_layer(-50.0),
-              std::make_pair(4, false));  // the lowest layer runs down without end
-    EXPECT_EQ(l.search_layer(1.5), std::make_pair(5, false));
-    EXPECT_EQ(l.search_layer(9.0), std::make_pair(6, false));
-    EXPECT_EQ(l.search_layer(1.0), std::make_pair(5, true));
-    EXPECT_EQ(l.search_layer(2.0), std::make_pair(6, true));
-    // Within 1e-8 below a boundary counts as on it; just above it, the layer above is found.
-    EXPECT_EQ(l.search_layer(1.0 - 5e-9), std::make_pair(5, true));
-    EXPECT_EQ(l.search_layer(1.0 + 5e-9), std::make_pair(5, false));
-    EXPECT_EQ(l.search_layer(1.0 - 2e-8), std::make_pair(4, false));
-    // Guards: two neighbours of any answer are readable.
-    const int i = l.search_layer(-50.0).first;
-    EXPECT_GE(i - 2, 0);
-    EXPECT_LT(l.search_layer(9.0).first + 2, static_cast<int>(l.z.size()));
+    const MediumLayer l = three_layers();  // boundaries z[5] = 1, z[6] = 2
+    // The lowest layer runs down without end. Within 1e-8 below a boundary counts as on it; just
+    // above it, the layer above is found.
+    for (auto [y, want] : {std::pair{0.5, std::pair{4, false}},
+                           {-50.0, {4, false}},
+                           {1.5, {5, false}},
+                           {9.0, {6, false}},
+                           {1.0, {5, true}},
+                           {2.0, {6, true}},
+                           {1.0 - 5e-9, {5, true}},
+                           {1.0 + 5e-9, {5, false}},
+                           {1.0 - 2e-8, {4, false}}}) {
+        EXPECT_EQ(l.search_layer(y), want) << y;
+        // Guards: two neighbours of any answer are readable.
+        EXPECT_GE(want.first - 2, 0);
+        EXPECT_LT(want.first + 2, static_cast<int>(l.z.size()));
+    }
 }
 
 TEST(SolverMedium, SearchLayerOverARange) {

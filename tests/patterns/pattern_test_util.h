@@ -1,0 +1,59 @@
+#pragma once
+// Shared pieces of the pattern tests: a family with no geometry of its own, one-line stacks,
+// file reading and quiet calls.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "patterns/generic.h"
+#include "technology/minictf.h"
+
+namespace ptest {
+
+// A family that sweeps `set` and draws nothing.
+struct StubFamily : KARVEN::GenericStructure {
+    StubFamily(const std::string& name, CombinationType c, std::vector<std::string> r = {},
+               KARVEN::ParameterSet s = {})
+        : GenericStructure(name, c), set(std::move(s)) {
+        roles = std::move(r);
+    }
+    KARVEN::ParameterSet getParameterSet(const KARVEN::Layers&) override { return set; }
+    KARVEN::Pattern actualStructure(const KARVEN::Layers&, const std::array<double, 4>&) override {
+        return {};
+    }
+    KARVEN::ParameterSet set;
+};
+
+struct Metal {
+    const char* name;
+    double base, thickness, wmin = 0.1, smin = 0.1;
+};
+
+// Metals over one dielectric "D" from 0 to `top` of permittivity `er`.
+inline void fillStack(MCTF::MiniCTF& ctf, const std::vector<Metal>& metals, double top = 1.0,
+                      double er = 4.0) {
+    for (const Metal& m : metals) ctf.appendConductor(m.name, m.base, m.thickness, m.wmin, m.smin);
+    ctf.appendDielectric("D", 0.0, top, er);
+    ctf.finishStack();
+}
+
+inline std::string readFile(const std::filesystem::path& p) {
+    std::ifstream in(p);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// Calls fn with standard output captured; returns what it printed.
+template <class F>
+std::string quiet(F&& fn) {
+    testing::internal::CaptureStdout();
+    fn();
+    return testing::internal::GetCapturedStdout();
+}
+
+}  // namespace ptest
