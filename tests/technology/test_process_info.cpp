@@ -10,6 +10,7 @@
 #include "technology/ctf_error.h"
 #include "technology/minictf.h"
 #include "technology/process_info.h"
+#include "tech_test_util.h"
 
 namespace fs = std::filesystem;
 
@@ -19,22 +20,8 @@ const char* const kTsv =
     "tsv T1 { bottom M1 top BM1 via_size 5 rho 0.02 thickness 50 insulation_thickness 0.2 "
     "insulation_er 3.9 }\n";
 
-class ProcessInfoRead : public testing::Test {
+class ProcessInfoRead : public tech_test::FileTest {
 protected:
-    void SetUp() override {
-        PARG::clear();
-        dir = fs::path(testing::TempDir()) / ("pinfo_" + std::to_string(getpid()));
-        fs::create_directories(dir);
-    }
-    void TearDown() override {
-        PARG::clear();
-        fs::remove_all(dir);
-    }
-    std::string write(const std::string& name, const std::string& text) {
-        fs::path p = dir / name;
-        std::ofstream(p) << text;
-        return p.string();
-    }
     // Reads `ctf` into `into`; returns the status and keeps what was logged.
     int read(const std::string& ctf, ProcessInfo& into) {
         Task task;
@@ -49,7 +36,6 @@ protected:
         return info.conductors.at(info.conductor_index.at(name));
     }
 
-    fs::path dir;
     ProcessInfo info;
     std::string logged;
 };

@@ -58,22 +58,8 @@ std::string maskMap(int id) {
     return "conducting_layers\nm1_gds M1 MASK=" + std::to_string(id) + "\n";
 }
 
-class ProcessRules : public testing::Test {
+class ProcessRules : public tech_test::FileTest {
 protected:
-    void SetUp() override {
-        PARG::clear();
-        dir = fs::path(testing::TempDir()) / ("prules_" + std::to_string(getpid()));
-        fs::create_directories(dir);
-    }
-    void TearDown() override {
-        PARG::clear();
-        fs::remove_all(dir);
-    }
-    std::string write(const std::string& name, const std::string& text) {
-        fs::path p = dir / name;
-        std::ofstream(p) << text;
-        return p.string();
-    }
     // Reads `ctf` into a fresh database under exactly `switches`, after the tech layer map
     // `map` when one is given; returns the status and keeps what was logged.
     int read(const std::string& ctf, const Switches& switches = {}, const std::string& map = "") {
@@ -90,7 +76,6 @@ protected:
     }
     const Conductor& m1() const { return info->conductors.at(info->conductor_index.at("M1")); }
 
-    fs::path dir;
     std::unique_ptr<ProcessInfo> info;
     std::string logged;
 };
