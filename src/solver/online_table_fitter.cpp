@@ -264,66 +264,58 @@ const online_table_id2offset& online_table_id2offset::instance() {
   return table;
 }
 
-std::array<double, 2> online_sampling(const PDFGFT* t, RandGen* rng) {
-  const online_table_id2offset& offset = online_table_id2offset::instance();
-  const double u = rng->uniform(), v = rng->uniform();
+namespace {
+
+// A point on the box surface drawn from a table's face and panel distributions: u picks the face
+// (lower, upper, side), v the panel of that face's block. All three records share this layout.
+struct SurfacePoint {
   double tx, tz;
+  int face;   // 0 lower, 1 upper, 2 side
+  int panel;  // index into that face's block
+};
+
+template <class Table>
+inline SurfacePoint draw_surface_point(const Table* t, double u, double v) {
+  const online_table_id2offset& offset = online_table_id2offset::instance();
   if (t->face_cdf[0] > u) {
-    tx = offset[first_at_least(t->lower_cdf, v)];
-    tz = -1;
-  } else if (t->face_cdf[1] > u) {
-    tx = offset[first_at_least(t->upper_cdf, v)];
-    tz = 1;
-  } else {
-    tx = -1;
-    tz = offset[first_at_least(t->side_cdf, v)];
+    const int j = first_at_least(t->lower_cdf, v);
+    return {offset[j], -1, 0, j};
   }
-  if (rng->bit()) tx = -tx;
-  return {tx, tz};
+  if (t->face_cdf[1] > u) {
+    const int j = first_at_least(t->upper_cdf, v);
+    return {offset[j], 1, 1, j};
+  }
+  const int j = first_at_least(t->side_cdf, v);
+  return {-1, offset[j], 2, j};
+}
+
+}  // namespace
+
+std::array<double, 2> online_sampling(const PDFGFT* t, RandGen* rng) {
+  const double u = rng->uniform(), v = rng->uniform();
+  SurfacePoint p = draw_surface_point(t, u, v);
+  if (rng->bit()) p.tx = -p.tx;
+  return {p.tx, p.tz};
 }
 
 std::array<double, 3> online_sampling(const PDFWVTz* t, RandGen* rng) {
-  const online_table_id2offset& offset = online_table_id2offset::instance();
   const double u = rng->uniform(), v = rng->uniform();
+  SurfacePoint p = draw_surface_point(t, u, v);
   const double T = t->total_weight;
-  double w, tx, tz;
-  if (t->face_cdf[0] > u) {
-    tx = offset[first_at_least(t->lower_cdf, v)];
-    tz = -1;
-    w = -T;
-  } else if (t->face_cdf[1] > u) {
-    tx = offset[first_at_least(t->upper_cdf, v)];
-    tz = 1;
-    w = T;
-  } else {
-    const int j = first_at_least(t->side_cdf, v);
-    tx = -1;
-    tz = offset[j];
-    w = t->side_sign[j] ? T : -T;
-  }
-  if (rng->bit()) tx = -tx;  // the z derivative is even in x
-  return {w, tx, tz};
+  const double w = p.face == 0 ? -T : p.face == 1 ? T : (t->side_sign[p.panel] ? T : -T);
+  if (rng->bit()) p.tx = -p.tx;  // the z derivative is even in x
+  return {w, p.tx, p.tz};
 }
 
 std::array<double, 3> online_sampling(const PDFWVTx* t, RandGen* rng) {
-  const online_table_id2offset& offset = online_table_id2offset::instance();
   const double u = rng->uniform(), v = rng->uniform();
-  double w = -t->total_weight, tx, tz;
-  if (t->face_cdf[0] > u) {
-    tx = offset[first_at_least(t->lower_cdf, v)];
-    tz = -1;
-  } else if (t->face_cdf[1] > u) {
-    tx = offset[first_at_least(t->upper_cdf, v)];
-    tz = 1;
-  } else {
-    tx = -1;
-    tz = offset[first_at_least(t->side_cdf, v)];
-  }
+  SurfacePoint p = draw_surface_point(t, u, v);
+  double w = -t->total_weight;
   if (rng->bit()) {  // the x derivative is odd in x
-    tx = -tx;
+    p.tx = -p.tx;
     w = -w;
   }
-  return {w, tx, tz};
+  return {w, p.tx, p.tz};
 }
 
 std::array<double, 2> oct_sampling(const PDFGFT* t, std::vector<double>& quarter_eps,
