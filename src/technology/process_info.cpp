@@ -23,18 +23,6 @@ namespace {
 constexpr size_t kMaxNameLength = 64;
 constexpr int kGdsLayers = 65536;
 
-template <class T>
-void drop(T*& model) {
-    delete model;
-    model = nullptr;
-}
-
-template <class T>
-void dropAll(std::vector<T*>& models) {
-    for (T* m : models) delete m;
-    models.clear();
-}
-
 bool isYes(std::string value) {
     std::string yes = "YES";
     return StrUtil::compare(value, yes, 0) == 1;
@@ -139,8 +127,8 @@ void ProcessInfo::takeElement(CtfInterpreter& ci, ElementProcessor* e, double& h
         checkName(ci, v->via.name, "via", seen);
         Via via = v->via;
         if (PARG::get("DISABLE_VIA_ETCH", 0)) {
-            dropAll(via.etch);
-            dropAll(via.gate_etch);
+            dropOwned(via.etch);
+            dropOwned(via.gate_etch);
         }
         via.side = side;
         via_index[via.name] = static_cast<int32_t>(vias.size());
@@ -154,7 +142,7 @@ void ProcessInfo::takeElement(CtfInterpreter& ci, ElementProcessor* e, double& h
         layer.base = height;
         height += layer.thickness;
         layer.side = side;
-        if (PARG::get("DISABLE_SPACER_ER_VS_WS", 0)) drop(layer.spacer_model);
+        if (PARG::get("DISABLE_SPACER_ER_VS_WS", 0)) dropOwned(layer.spacer_model);
         dielectric_index[layer.name] = static_cast<int32_t>(dielectrics.size());
         seen.insert(layer.name);
         dielectrics.push_back(std::move(layer));
@@ -210,26 +198,26 @@ void ProcessInfo::addConductor(CtfInterpreter& ci, Conductor c, double height, i
     c.side = side;
 
     if (PARG::get("DISABLE_SIDE_TAN", 0)) {
-        drop(c.side_tan_model);
+        dropOwned(c.side_tan_model);
         c.side_tan = 0;
     }
     const bool noEtch = PARG::get("DISABLE_CONDUCTOR_ETCH", 0) != 0;
     if (noEtch) {
-        dropAll(c.cap_etch);
-        dropAll(c.res_etch);
-        dropAll(c.cap_mask_etch);
-        dropAll(c.res_mask_etch);
+        dropOwned(c.cap_etch);
+        dropOwned(c.res_etch);
+        dropOwned(c.cap_mask_etch);
+        dropOwned(c.res_mask_etch);
     }
     if (PARG::get("DISABLE_THICKNESS_VS_WS", 0)) {
-        drop(c.cap_thickness_ws);
-        drop(c.res_thickness_ws);
+        dropOwned(c.cap_thickness_ws);
+        dropOwned(c.res_thickness_ws);
     }
-    if (PARG::get("DISABLE_THICKNESS_POLY", 0)) drop(c.thickness_polynomial);
-    if (PARG::get("DISABLE_ILD_THICKNESS", 0)) drop(c.ild_model);
-    if (PARG::get("DISABLE_THICKNESS_VS_DENSITY", 0)) drop(c.cap_thickness_density);
-    if (PARG::get("DISABLE_THICKNESS_VS_DENSITY_AND_WIDTH", 0)) drop(c.thickness_density_width);
-    if (PARG::get("DISABLE_BOTTOM_THICKNESS_VS_WIDTH", 0)) drop(c.cap_bottom_thickness);
-    if (PARG::get("DISABLE_RAISED_DIFFUSION", 0)) drop(c.raised_diff);
+    if (PARG::get("DISABLE_THICKNESS_POLY", 0)) dropOwned(c.thickness_polynomial);
+    if (PARG::get("DISABLE_ILD_THICKNESS", 0)) dropOwned(c.ild_model);
+    if (PARG::get("DISABLE_THICKNESS_VS_DENSITY", 0)) dropOwned(c.cap_thickness_density);
+    if (PARG::get("DISABLE_THICKNESS_VS_DENSITY_AND_WIDTH", 0)) dropOwned(c.thickness_density_width);
+    if (PARG::get("DISABLE_BOTTOM_THICKNESS_VS_WIDTH", 0)) dropOwned(c.cap_bottom_thickness);
+    if (PARG::get("DISABLE_RAISED_DIFFUSION", 0)) dropOwned(c.raised_diff);
 
     const std::string head = "CTF file: conductor \"" + c.name + "\" layer contains ";
     if ((!c.cap_etch.empty() && !c.cap_mask_etch.empty()) ||
@@ -238,8 +226,8 @@ void ProcessInfo::addConductor(CtfInterpreter& ci, Conductor c, double height, i
                      << "both multi-mask etch models and regular etch models,"
                         " now all the regular etch models are being neglected."
                      << PLOG::endl;
-        if (!c.cap_mask_etch.empty()) dropAll(c.cap_etch);
-        if (!c.res_mask_etch.empty()) dropAll(c.res_etch);
+        if (!c.cap_mask_etch.empty()) dropOwned(c.cap_etch);
+        if (!c.res_mask_etch.empty()) dropOwned(c.res_etch);
     }
     if (c.side_tan_model && c.side_tan != 0) {
         PLOG::log(3) << head
@@ -270,8 +258,8 @@ void ProcessInfo::addConductor(CtfInterpreter& ci, Conductor c, double height, i
             if (EtchModel* plain = m->disColor()) c.cap_etch.push_back(plain);
         for (SyntheticEtchModel* m : c.res_mask_etch)
             if (EtchModel* plain = m->disColor()) c.res_etch.push_back(plain);
-        dropAll(c.cap_mask_etch);
-        dropAll(c.res_mask_etch);
+        dropOwned(c.cap_mask_etch);
+        dropOwned(c.res_mask_etch);
     }
 
     c.needs_cap_modeling = (!c.cap_etch.empty() || !c.cap_mask_etch.empty() || c.cap_thickness_ws ||

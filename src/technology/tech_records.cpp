@@ -13,18 +13,6 @@ void deepen(std::vector<T*>& list) {
     for (T*& p : list) deepen(p);
 }
 
-template <class T>
-void drop(T*& p) {
-    delete p;
-    p = nullptr;
-}
-
-template <class T>
-void drop(std::vector<T*>& list) {
-    for (T* p : list) delete p;
-    list.clear();
-}
-
 // Exchanges the plain-field parts of two records; model pointers move with their record.
 template <class Fields>
 void swapFields(Fields& a, Fields& b) noexcept {
@@ -79,30 +67,30 @@ void Conductor::swap(Conductor& other) noexcept {
 }
 
 void Conductor::clearResistanceModels() {
-    drop(rho_ws);
-    drop(rho_si);
-    drop(rpsq_ws);
-    drop(rpsq_si);
+    dropOwned(rho_ws);
+    dropOwned(rho_si);
+    dropOwned(rpsq_ws);
+    dropOwned(rpsq_si);
 }
 
 void Conductor::clearModels() {
-    drop(cap_etch);
-    drop(res_etch);
-    drop(cap_mask_etch);
-    drop(res_mask_etch);
-    drop(cap_thickness_density);
-    drop(res_thickness_density);
-    drop(cap_bottom_thickness);
-    drop(res_bottom_thickness);
-    drop(thickness_polynomial);
-    drop(thickness_density_width);
-    drop(side_tan_model);
-    drop(ild_model);
-    drop(cap_thickness_ws);
-    drop(res_thickness_ws);
-    drop(gate_diff_caps);
+    dropOwned(cap_etch);
+    dropOwned(res_etch);
+    dropOwned(cap_mask_etch);
+    dropOwned(res_mask_etch);
+    dropOwned(cap_thickness_density);
+    dropOwned(res_thickness_density);
+    dropOwned(cap_bottom_thickness);
+    dropOwned(res_bottom_thickness);
+    dropOwned(thickness_polynomial);
+    dropOwned(thickness_density_width);
+    dropOwned(side_tan_model);
+    dropOwned(ild_model);
+    dropOwned(cap_thickness_ws);
+    dropOwned(res_thickness_ws);
+    dropOwned(gate_diff_caps);
     gate_diff_names.clear();
-    drop(raised_diff);
+    dropOwned(raised_diff);
     clearResistanceModels();
 }
 
@@ -136,7 +124,7 @@ void ConformalLayer::swap(ConformalLayer& other) noexcept {
 }
 
 void ConformalLayer::clearModels() {
-    drop(spacer_model);
+    dropOwned(spacer_model);
 }
 
 void ConformalLayer::init() {
@@ -172,11 +160,11 @@ void Via::swap(Via& other) noexcept {
 }
 
 void Via::clearModels() {
-    drop(etch);
-    drop(gate_etch);
+    dropOwned(etch);
+    dropOwned(gate_etch);
     gate_etch_names.clear();
-    drop(rpv_area);
-    drop(rpv_wl);
+    dropOwned(rpv_area);
+    dropOwned(rpv_wl);
 }
 
 void Via::init() {

@@ -12,6 +12,20 @@
 #include "technology/process_model_resistance.h"
 #include "technology/process_model_thickness.h"
 
+// Deletes an owned model and leaves the pointer null. Never fails.
+template <class T>
+void dropOwned(T*& model) {
+    delete model;
+    model = nullptr;
+}
+
+// Deletes every owned model of a list and leaves the list empty. Never fails.
+template <class T>
+void dropOwned(std::vector<T*>& models) {
+    for (T* m : models) delete m;
+    models.clear();
+}
+
 // The fields of a conductor layer; copying this part alone shares the models.
 struct ConductorFields {
     std::int32_t side = 0;
