@@ -28,7 +28,7 @@ function(karven_test folder)
   target_compile_definitions(${target} PRIVATE
     KARVEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
     KARVEN_TEST_DIR="${CMAKE_CURRENT_SOURCE_DIR}/${folder}"
-    KARVEN_VALIDATION_DIR="${PROJECT_SOURCE_DIR}/../shared/validation"
+    KARVEN_VALIDATION_DIR="${PROJECT_SOURCE_DIR}/tests/data/validation"
     KARVEN_BINARY="$<TARGET_FILE:karven>")
   # Some tests run the tool itself.
   add_dependencies(${target} karven)

@@ -10,6 +10,7 @@ packages=(
   libabsl-dev libpolyclipping-dev
   flex bison
   libomp-dev
+  clang-format
 )
 
 missing=()

@@ -10,7 +10,7 @@
 #include <iostream>
 #include <random>
 
-#include "driver/progress_bar.h"
+#include "runtime/progress_bar.h"
 
 namespace KARVEN {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "driver/progress_bar.h"
+#include "runtime/progress_bar.h"
 #include "patterns/derived.h"
 #include "solver/api_wrapper.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/logger.h"
-#include "driver/pargument.h"
+#include "runtime/logger.h"
+#include "runtime/pargument.h"
 #include "technology/ctf_device.h"
 #include "technology/ctf_error.h"
 #include "technology/ctf_interpreter.h"

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "driver/logger.h"
+#include "runtime/logger.h"
 #include "technology/ctf_error.h"
 #include "technology/ctf_interpreter.h"
 

@@ -6,9 +6,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "driver/logger.h"
-#include "driver/pargument.h"
-#include "driver/strutil.h"
+#include "runtime/logger.h"
+#include "runtime/pargument.h"
+#include "runtime/strutil.h"
 #include "technology/ctf_conductor.h"
 #include "technology/ctf_device.h"
 #include "technology/ctf_dielectric.h"

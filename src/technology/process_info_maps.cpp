@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "driver/logger.h"
-#include "driver/pargument.h"
-#include "driver/strutil.h"
+#include "runtime/logger.h"
+#include "runtime/pargument.h"
+#include "runtime/strutil.h"
 #include "technology/process_info.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/pargument.h"
+#include "runtime/pargument.h"
 #include "technology/ctf_error.h"
 #include "technology/ctf_interpreter.h"
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "driver/pargument.h"
+#include "runtime/pargument.h"
 #include "technology/ctf_error.h"
 #include "technology/minictf.h"
 #include "technology/process_info.h"

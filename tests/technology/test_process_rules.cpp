@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "driver/pargument.h"
+#include "runtime/pargument.h"
 #include "tech_test_util.h"
 #include "technology/process_info.h"
 

@@ -1,4 +1,4 @@
-#include "driver/ptimer.h"
+#include "runtime/ptimer.h"
 
 #include <cstdio>
 #include <ctime>

@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "driver/strutil.h"
+#include "runtime/strutil.h"
 
 TEST(StrUtil, CompareFoldsCaseInPlaceOnlyWhenAsked) {
     std::string a = "Yes", b = "YES";

@@ -1,6 +1,6 @@
-#include "driver/logger.h"
+#include "runtime/logger.h"
 
-#include "driver/ptimer.h"
+#include "runtime/ptimer.h"
 
 #include <cstdio>
 #include <iostream>

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "driver/logger.h"
-#include "driver/pargument.h"
-#include "driver/progress_bar.h"
-#include "driver/ptimer.h"
+#include "runtime/logger.h"
+#include "runtime/pargument.h"
+#include "runtime/progress_bar.h"
+#include "runtime/ptimer.h"
 
 namespace {
 

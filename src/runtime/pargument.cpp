@@ -1,4 +1,4 @@
-#include "driver/pargument.h"
+#include "runtime/pargument.h"
 
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-#include "driver/strutil.h"
+#include "runtime/strutil.h"
 
 #include <algorithm>
 #include <cctype>

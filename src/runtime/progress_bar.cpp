@@ -1,4 +1,4 @@
-#include "driver/progress_bar.h"
+#include "runtime/progress_bar.h"
 
 #include <unistd.h>
 
