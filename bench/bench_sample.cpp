@@ -77,15 +77,18 @@ int main(int argc, char** argv) {
     const double walks = g_walks, hops = g_hops;
     const Run two = run(dir, samples, 2, seed);
     std::filesystem::remove_all(dir);
-    std::printf("\nexample stack, %d samples drawn with seed %u (precision 0.005)\n", samples, seed);
+    std::printf("\nexample stack, %d samples drawn with seed %u (precision 0.005)\n", samples,
+                seed);
     std::printf("  1 thread:  %.2f s in all, %.2f s per sample (%ld lines written)\n", one.seconds,
                 one.seconds / samples, one.lines);
-    std::printf("  2 threads: %.2f s in all, %.2f s per sample (%ld lines written), speed-up %.2f\n",
-                two.seconds, two.seconds / samples, two.lines, one.seconds / two.seconds);
+    std::printf(
+        "  2 threads: %.2f s in all, %.2f s per sample (%ld lines written), speed-up %.2f\n",
+        two.seconds, two.seconds / samples, two.lines, one.seconds / two.seconds);
     if (solves > 0)
-        std::printf("  1 thread: %ld solves, %.2f s and %.0f k walks per solve, %.2f hops per walk,"
-                    " %.2f M hops per second\n",
-                    solves, one.seconds / solves, walks / solves / 1e3, hops / walks,
-                    hops / one.seconds / 1e6);
+        std::printf(
+            "  1 thread: %ld solves, %.2f s and %.0f k walks per solve, %.2f hops per walk,"
+            " %.2f M hops per second\n",
+            solves, one.seconds / solves, walks / solves / 1e3, hops / walks,
+            hops / one.seconds / 1e6);
     return 0;
 }

@@ -36,12 +36,24 @@ void* counted(std::size_t n) {
     throw std::bad_alloc();
 }
 }  // namespace
-void* operator new(std::size_t n) { return counted(n); }
-void* operator new[](std::size_t n) { return counted(n); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void* operator new(std::size_t n) {
+    return counted(n);
+}
+void* operator new[](std::size_t n) {
+    return counted(n);
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 namespace {
 
@@ -212,8 +224,9 @@ int main(int argc, char** argv) {
         std::printf("  %.2f hops/walk; %ld allocations in %ld walks, which met %ld new tables\n",
                     hops / walks, raw.allocs, raw.walks, raw.new_tables);
         const double solving = static_cast<double>(raw.new_tables) * table_ms / 1e3;
-        std::printf("  one walker, per CPU second without its %.3f s of table solving: %.2f M hops/s\n",
-                    solving, hops / (raw.cpu_seconds - solving) / 1e6);
+        std::printf(
+            "  one walker, per CPU second without its %.3f s of table solving: %.2f M hops/s\n",
+            solving, hops / (raw.cpu_seconds - solving) / 1e6);
         std::printf("  %ld tables in all after %ld walks: about %.2f s of table solving\n",
                     raw.all_tables, raw.walks + 20000, raw.all_tables * table_ms / 1e3);
         if (raw_only) continue;

@@ -24,8 +24,8 @@ Layers get_nonoverlap_metal_layers(const MCTF::MiniCTF& ctf) {
               << std::endl;
     for (size_t i = 0; i < kept.size(); ++i) {
         const MCTF::ConductorLayer* l = kept[i];
-        std::cout << "  Layer " << i << ": " << l->name << " (" << l->z_bottom << " - "
-                  << l->z_top << "), wmin = " << l->wmin << ", smin = " << l->smin << std::endl;
+        std::cout << "  Layer " << i << ": " << l->name << " (" << l->z_bottom << " - " << l->z_top
+                  << "), wmin = " << l->wmin << ", smin = " << l->smin << std::endl;
     }
     return kept;
 }
@@ -86,7 +86,8 @@ CapLib GenericStructure::prepareCapLib(const Layers& layers, const json& params)
             bool fourParts = (entry.is_array() || entry.is_object()) && entry.size() == 4;
             // On an object of four, entry[0] raises the library's numeric-index error.
             if (fourParts && entry[0].is_array()) {
-                for (size_t k = 0; k < 4; ++k) lib.params[k] = entry.at(k).get<std::vector<double>>();
+                for (size_t k = 0; k < 4; ++k)
+                    lib.params[k] = entry.at(k).get<std::vector<double>>();
                 return lib;
             }
         }

@@ -16,18 +16,21 @@ namespace KARVEN {
 
 Random::Random() : GenericStructure("Random", static_cast<CombinationType>(4)) {}
 
-ParameterSet Random::getParameterSet(const Layers&) { return {}; }
+ParameterSet Random::getParameterSet(const Layers&) {
+    return {};
+}
 
-Pattern Random::actualStructure(const Layers&, const std::array<double, 4>&) { return {}; }
+Pattern Random::actualStructure(const Layers&, const std::array<double, 4>&) {
+    return {};
+}
 
 int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, const json& params,
                      const ExtractionConfig& config) {
     return populate(output_path, ctf, params, config, fieldSolver());
 }
 
-int Random::populate_with_structure_input(const std::string& output_path,
-                                          const MCTF::MiniCTF& ctf, const json& params,
-                                          const ExtractionConfig& config) {
+int Random::populate_with_structure_input(const std::string& output_path, const MCTF::MiniCTF& ctf,
+                                          const json& params, const ExtractionConfig& config) {
     return populate_with_structure_input(output_path, ctf, params, config, fieldSolver());
 }
 
@@ -201,7 +204,8 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
                 int k = std::uniform_int_distribution<int>(0, drawn - 1)(engine);
                 if (!fixed_layers.empty()) {
                     k = pattern.conductors.empty()
-                            ? fixedLayer(fixed_layers, nlayers_cell.load(std::memory_order_relaxed) / 2)
+                            ? fixedLayer(fixed_layers,
+                                         nlayers_cell.load(std::memory_order_relaxed) / 2)
                             : fixedLayer(fixed_layers, k);
                 }
                 layer = copy.at(k);
@@ -254,9 +258,8 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     return nsamples;
 }
 
-int Random::populate_with_structure_input(const std::string& output_path,
-                                          const MCTF::MiniCTF& ctf, const json& params,
-                                          const ExtractionConfig& config,
+int Random::populate_with_structure_input(const std::string& output_path, const MCTF::MiniCTF& ctf,
+                                          const json& params, const ExtractionConfig& config,
                                           const FieldSolver& solve) {
     const std::string path = params.value("structure_input", std::string());
     std::vector<json> structures = parse_jsonl(path);

@@ -48,7 +48,9 @@ LinearExpr LinearExpr::parse(const std::string& text) {
             throw std::invalid_argument("expected + or - in \"" + text + "\"");
         }
         size_t start = i;
-        while (i < text.size() && (std::isdigit(static_cast<unsigned char>(text[i])) || text[i] == '.')) ++i;
+        while (i < text.size() &&
+               (std::isdigit(static_cast<unsigned char>(text[i])) || text[i] == '.'))
+            ++i;
         double coef = start == i ? 1.0 : std::stod(text.substr(start, i - start));
         size_t nameStart = i;
         while (i < text.size() && std::isalnum(static_cast<unsigned char>(text[i]))) ++i;
@@ -170,7 +172,8 @@ const std::vector<FamilyRow>& familyRows() {
 std::vector<TemplateWire> parseWires(const std::string& text) {
     std::vector<TemplateWire> wires;
     auto layerAt = [&](size_t pos) {
-        if (pos + 1 >= text.size() || text[pos] != 'L' || !std::isdigit(static_cast<unsigned char>(text[pos + 1])))
+        if (pos + 1 >= text.size() || text[pos] != 'L' ||
+            !std::isdigit(static_cast<unsigned char>(text[pos + 1])))
             throw std::invalid_argument("expected a layer in \"" + text + "\"");
         return text[pos + 1] - '0';
     };
@@ -179,7 +182,8 @@ std::vector<TemplateWire> parseWires(const std::string& text) {
         if (text[i] == ' ') {
             ++i;
         } else if (text.compare(i, 2, "P(") == 0) {
-            wires.push_back({LinearExpr::parse("-0.5W"), LinearExpr::parse("0.5W"), layerAt(i + 2)});
+            wires.push_back(
+                {LinearExpr::parse("-0.5W"), LinearExpr::parse("0.5W"), layerAt(i + 2)});
             i += 5;
         } else if (text.compare(i, 2, "P3") == 0) {
             for (TemplateWire& w : parseWires(P3_WIRES)) wires.push_back(std::move(w));
@@ -242,8 +246,11 @@ std::vector<double> sweepGrid(const std::string& grid, const Layers& layers) {
     if (open == std::string::npos || close == std::string::npos)
         throw std::invalid_argument("unknown grid \"" + grid + "\"");
     std::string kind = grid.substr(0, open);
-    double a = layerValue(grid.substr(open + 1, (comma == std::string::npos ? close : comma) - open - 1), layers);
-    double b = comma == std::string::npos ? 0.0 : layerValue(grid.substr(comma + 1, close - comma - 1), layers);
+    double a = layerValue(
+        grid.substr(open + 1, (comma == std::string::npos ? close : comma) - open - 1), layers);
+    double b = comma == std::string::npos
+                   ? 0.0
+                   : layerValue(grid.substr(comma + 1, close - comma - 1), layers);
 
     auto scaled = [](double x, std::initializer_list<double> factors) {
         std::vector<double> g;

@@ -68,13 +68,16 @@ private:
     const FamilyTemplate* tmpl;
 };
 
-#define KARVEN_GENERIC_FAMILIES(X)                                                            \
-    X(P1AAG) X(P1ABG) X(AAG) X(ABG) X(P3AAG) X(P3ABG) X(PAAG11B) X(PAAG11T) X(PABG11T)        \
-    X(PAAG12) X(PABG12) X(PAAG13B) X(PAAG13T) X(PABG13T) X(PAAG21) X(PAAG23) X(PAAG31B)       \
-    X(PAAG31T) X(PABG31T) X(PAAG32) X(PABG32) X(PAAG33B) X(PAAG33T) X(PABG33T)
+// clang-format off
+#define KARVEN_GENERIC_FAMILIES(X) \
+    X(P1AAG) X(P1ABG) X(AAG) X(ABG) X(P3AAG) X(P3ABG) \
+    X(PAAG11B) X(PAAG11T) X(PABG11T) X(PAAG12) X(PABG12) X(PAAG13B) \
+    X(PAAG13T) X(PABG13T) X(PAAG21) X(PAAG23) X(PAAG31B) X(PAAG31T) \
+    X(PABG31T) X(PAAG32) X(PABG32) X(PAAG33B) X(PAAG33T) X(PABG33T)
+// clang-format on
 
-#define KARVEN_DECLARE_FAMILY(NAME) \
-    struct NAME : TemplateFamily {  \
+#define KARVEN_DECLARE_FAMILY(NAME)       \
+    struct NAME : TemplateFamily {        \
         NAME() : TemplateFamily(#NAME) {} \
     };
 KARVEN_GENERIC_FAMILIES(KARVEN_DECLARE_FAMILY)

@@ -20,7 +20,8 @@ void Pattern::addConductor(double x0, double x1, const MCTF::ConductorLayer* lay
 
 std::vector<ConformalRect> Pattern::flattenConformals() const {
     std::vector<ConformalRect> flat;
-    for (const auto& [id, coats] : conformal_rects) flat.insert(flat.end(), coats.begin(), coats.end());
+    for (const auto& [id, coats] : conformal_rects)
+        flat.insert(flat.end(), coats.begin(), coats.end());
     return flat;
 }
 

@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "runtime/progress_bar.h"
 #include "patterns/derived.h"
+#include "runtime/progress_bar.h"
 #include "solver/api_wrapper.h"
 
 namespace KARVEN {
@@ -43,9 +43,9 @@ std::vector<ConformalRect> solverCoats(const Pattern& pattern, const ExtractionC
 std::vector<double> solveRoles(const GenericStructure& family, const Pattern& pattern,
                                const MCTF::MiniCTF& ctf, const ExtractionConfig& config,
                                const FieldSolver& solve) {
-    std::vector<double> r = solve(pattern.conductors, solverLayers(ctf),
-                                  solverCoats(pattern, config), solveWindow(family.window, ctf),
-                                  config.precision, config.seed);
+    std::vector<double> r =
+        solve(pattern.conductors, solverLayers(ctf), solverCoats(pattern, config),
+              solveWindow(family.window, ctf), config.precision, config.seed);
     std::vector<double> answer(family.roles.size());
     for (size_t i = 0; i < answer.size(); ++i) answer[i] = r.at(i + 1);
     // The last value is folded by position: on the Monte Carlo route it is a variance, and that
@@ -160,8 +160,7 @@ bool constrain_matrix(Matrix& c, double tolerance) {
     return zeroRowSums(c, before, tolerance);
 }
 
-std::vector<double> GenericStructure::solvePattern(const Pattern& pattern,
-                                                   const MCTF::MiniCTF& ctf,
+std::vector<double> GenericStructure::solvePattern(const Pattern& pattern, const MCTF::MiniCTF& ctf,
                                                    const ExtractionConfig& config) {
     return solveRoles(*this, pattern, ctf, config, fieldSolver());
 }

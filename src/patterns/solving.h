@@ -18,8 +18,7 @@ using PatternResult = std::pair<std::vector<Rect>, std::vector<double>>;
 // A field solver: capacitances of every wire to wires[0] (2N values with variances, or N).
 using FieldSolver = std::function<std::vector<double>(
     const std::vector<Rect>& wires, const std::vector<std::array<double, 2>>& layers,
-    const std::vector<ConformalRect>& dielectrics, const Rect& window, double precision,
-    int seed)>;
+    const std::vector<ConformalRect>& dielectrics, const Rect& window, double precision, int seed)>;
 
 // Returns the in-process random-walk solver.
 const FieldSolver& fieldSolver();

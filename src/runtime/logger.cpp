@@ -1,9 +1,9 @@
 #include "runtime/logger.h"
 
-#include "runtime/ptimer.h"
-
 #include <cstdio>
 #include <iostream>
+
+#include "runtime/ptimer.h"
 
 namespace {
 // The logger is reached only through log(), so it can be a local of this unit.
@@ -79,14 +79,30 @@ PLOG& PLOG::ends(PLOG& p) {
     return p;
 }
 
-PLOG& PLOG::operator<<(int v) { return write(v); }
-PLOG& PLOG::operator<<(long v) { return write(v); }
-PLOG& PLOG::operator<<(unsigned int v) { return write(v); }
-PLOG& PLOG::operator<<(unsigned long v) { return write(v); }
-PLOG& PLOG::operator<<(double v) { return write(v); }
-PLOG& PLOG::operator<<(float v) { return write(v); }
-PLOG& PLOG::operator<<(const char* v) { return write(v); }
-PLOG& PLOG::operator<<(const std::string& v) { return write(v); }
+PLOG& PLOG::operator<<(int v) {
+    return write(v);
+}
+PLOG& PLOG::operator<<(long v) {
+    return write(v);
+}
+PLOG& PLOG::operator<<(unsigned int v) {
+    return write(v);
+}
+PLOG& PLOG::operator<<(unsigned long v) {
+    return write(v);
+}
+PLOG& PLOG::operator<<(double v) {
+    return write(v);
+}
+PLOG& PLOG::operator<<(float v) {
+    return write(v);
+}
+PLOG& PLOG::operator<<(const char* v) {
+    return write(v);
+}
+PLOG& PLOG::operator<<(const std::string& v) {
+    return write(v);
+}
 
 PLOG& PLOG::operator<<(Manipulator m) {
     if (m == &PLOG::endl || m == &PLOG::ends) return m(*this);

@@ -14,7 +14,9 @@ void PARG::regArgument(const std::string& key, const std::string& value) {
     getTable().table[key] = value;
 }
 
-void PARG::clear() { getTable().table.clear(); }
+void PARG::clear() {
+    getTable().table.clear();
+}
 
 const std::string& PARG::get(const std::string& key, const std::string& def) {
     auto& t = getTable().table;

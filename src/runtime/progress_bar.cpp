@@ -20,8 +20,8 @@ void ProgressBar::tick(const std::string& label) {
     ++count;
     if (step == 0 || total == 0 || count % step != 0) return;
 
-    double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_time)
-                         .count();
+    double elapsed =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start_time).count();
     double f = static_cast<double>(count) / static_cast<double>(total);
     auto percent = static_cast<uint64_t>(f * 100);
 

@@ -3,14 +3,18 @@
 #include <cstdio>
 #include <ctime>
 
-PTimer::PTimer() { reset(); }
+PTimer::PTimer() {
+    reset();
+}
 
-void PTimer::reset() { gettimeofday(&start_time, nullptr); }
+void PTimer::reset() {
+    gettimeofday(&start_time, nullptr);
+}
 
 const char* PTimer::stop() {
     gettimeofday(&stop_time, nullptr);
-    double secs = (stop_time.tv_sec - start_time.tv_sec) +
-                  (stop_time.tv_usec - start_time.tv_usec) * 1e-6;
+    double secs =
+        (stop_time.tv_sec - start_time.tv_sec) + (stop_time.tv_usec - start_time.tv_usec) * 1e-6;
     snprintf(buffer, sizeof buffer, "%.3f sec", secs);
     return buffer;
 }

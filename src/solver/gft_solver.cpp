@@ -11,24 +11,24 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 
 std::array<double, gft_solver::NMODE> make_lnm(int first, int step) {
-  std::array<double, gft_solver::NMODE> q{};
-  for (int n = 0; n < gft_solver::NMODE; ++n) q[n] = (first + step * n) * kPi / gft_solver::NGRID;
-  return q;
+    std::array<double, gft_solver::NMODE> q{};
+    for (int n = 0; n < gft_solver::NMODE; ++n) q[n] = (first + step * n) * kPi / gft_solver::NGRID;
+    return q;
 }
 
 // sin(m (2j+1) pi / 48) / 12 with m = first + step*n: panel j's value of mode n (midpoint rule).
 Eigen::Matrix<double, gft_solver::NMODE, gft_solver::NHALF> make_panel_transform(int first,
-                                                                                  int step) {
-  Eigen::Matrix<double, gft_solver::NMODE, gft_solver::NHALF> t;
-  for (int n = 0; n < gft_solver::NMODE; ++n)
-    for (int j = 0; j < gft_solver::NHALF; ++j)
-      t(n, j) = std::sin((first + step * n) * (2 * j + 1) * kPi / 48.0) / 12.0;
-  return t;
+                                                                                 int step) {
+    Eigen::Matrix<double, gft_solver::NMODE, gft_solver::NHALF> t;
+    for (int n = 0; n < gft_solver::NMODE; ++n)
+        for (int j = 0; j < gft_solver::NHALF; ++j)
+            t(n, j) = std::sin((first + step * n) * (2 * j + 1) * kPi / 48.0) / 12.0;
+    return t;
 }
 
 // Number of interfaces strictly below the centre node.
 int count_below_centre(const std::vector<int>& itf) {
-  return static_cast<int>(std::lower_bound(itf.begin(), itf.end(), 12) - itf.begin());
+    return static_cast<int>(std::lower_bound(itf.begin(), itf.end(), 12) - itf.begin());
 }
 
 // Shoots sinh-type mode solutions upward through the stack and returns mid/top where mid is the
@@ -37,64 +37,64 @@ std::array<double, gft_solver::NMODE> shoot(const std::array<double, gft_solver:
                                             const std::vector<int>& itf,
                                             const std::vector<double>& eps, bool derivative,
                                             bool at_centre_above) {
-  std::array<double, gft_solver::NMODE> phi{};
-  const int m = static_cast<int>(itf.size());
-  int b = count_below_centre(itf);
-  if (derivative && at_centre_above && b < m && itf[b] == 12) ++b;
-  for (int n = 0; n < gft_solver::NMODE; ++n) {
-    const double q = lnm[n];
-    if (m == 0) {
-      phi[n] = derivative ? 12.0 * q * std::cosh(12 * q) / std::sinh(24 * q)
-                          : std::sinh(12 * q) / std::sinh(24 * q);
-      continue;
+    std::array<double, gft_solver::NMODE> phi{};
+    const int m = static_cast<int>(itf.size());
+    int b = count_below_centre(itf);
+    if (derivative && at_centre_above && b < m && itf[b] == 12) ++b;
+    for (int n = 0; n < gft_solver::NMODE; ++n) {
+        const double q = lnm[n];
+        if (m == 0) {
+            phi[n] = derivative ? 12.0 * q * std::cosh(12 * q) / std::sinh(24 * q)
+                                : std::sinh(12 * q) / std::sinh(24 * q);
+            continue;
+        }
+        double s = std::sinh(q * itf[0]);
+        double c = std::cosh(q * itf[0]) * eps[0] / eps[1];
+        double mid = 0;
+        if (b == 0) mid = derivative ? q * std::cosh(12 * q) : std::sinh(12 * q);
+        auto step_to = [&](int i) {
+            const double d = q * (itf[i] - itf[i - 1]);
+            const double ch = std::cosh(d), sh = std::sinh(d);
+            const double s2 = s * ch + c * sh;
+            const double c2 = (s * sh + c * ch) * eps[i] / eps[i + 1];
+            s = s2;
+            c = c2;
+        };
+        for (int i = 1; i <= b - 1; ++i) step_to(i);
+        int next = 1;
+        if (b > 0) {
+            const double x = q * (12 - itf[b - 1]);
+            mid = derivative ? q * (s * std::sinh(x) + c * std::cosh(x))
+                             : s * std::cosh(x) + c * std::sinh(x);
+            next = b;
+        }
+        for (int i = std::max(next, 1); i < m; ++i) step_to(i);
+        const double x = q * (24 - itf[m - 1]);
+        const double top = s * std::cosh(x) + c * std::sinh(x);
+        phi[n] = derivative ? 12.0 * mid / top : mid / top;
     }
-    double s = std::sinh(q * itf[0]);
-    double c = std::cosh(q * itf[0]) * eps[0] / eps[1];
-    double mid = 0;
-    if (b == 0) mid = derivative ? q * std::cosh(12 * q) : std::sinh(12 * q);
-    auto step_to = [&](int i) {
-      const double d = q * (itf[i] - itf[i - 1]);
-      const double ch = std::cosh(d), sh = std::sinh(d);
-      const double s2 = s * ch + c * sh;
-      const double c2 = (s * sh + c * ch) * eps[i] / eps[i + 1];
-      s = s2;
-      c = c2;
-    };
-    for (int i = 1; i <= b - 1; ++i) step_to(i);
-    int next = 1;
-    if (b > 0) {
-      const double x = q * (12 - itf[b - 1]);
-      mid = derivative ? q * (s * std::sinh(x) + c * std::cosh(x))
-                       : s * std::cosh(x) + c * std::sinh(x);
-      next = b;
-    }
-    for (int i = std::max(next, 1); i < m; ++i) step_to(i);
-    const double x = q * (24 - itf[m - 1]);
-    const double top = s * std::cosh(x) + c * std::sinh(x);
-    phi[n] = derivative ? 12.0 * mid / top : mid / top;
-  }
-  return phi;
+    return phi;
 }
 
 // Turns a block into a running distribution of its own sum; returns that sum.
 template <int N>
 double normalise_block(double (&v)[N]) {
-  double sum = 0;
-  for (double x : v) sum += x;
-  double run = 0;
-  for (double& x : v) {
-    run += x / sum;
-    x = run;
-  }
-  return sum;
+    double sum = 0;
+    for (double x : v) sum += x;
+    double run = 0;
+    for (double& x : v) {
+        run += x / sum;
+        x = run;
+    }
+    return sum;
 }
 
 void set_faces(double (&face)[3], double sl, double su, double ss, double* total) {
-  const double t = 2 * sl + 2 * su + 2 * ss;
-  face[0] = 2 * sl / t;
-  face[1] = (2 * sl + 2 * su) / t;
-  face[2] = 1.0;
-  if (total) *total = t;
+    const double t = 2 * sl + 2 * su + 2 * ss;
+    face[0] = 2 * sl / t;
+    face[1] = (2 * sl + 2 * su) / t;
+    face[2] = 1.0;
+    if (total) *total = t;
 }
 
 }  // namespace
@@ -107,351 +107,359 @@ const Eigen::Matrix<double, gft_solver::NMODE, gft_solver::NHALF> gft_solver::_C
     make_panel_transform(2, 2);
 
 void gft_solver::PDFGFT::to_cdf() {
-  const double sl = normalise_block(lower_cdf);
-  const double su = normalise_block(upper_cdf);
-  const double ss = normalise_block(side_cdf);
-  set_faces(face_cdf, sl, su, ss, nullptr);
+    const double sl = normalise_block(lower_cdf);
+    const double su = normalise_block(upper_cdf);
+    const double ss = normalise_block(side_cdf);
+    set_faces(face_cdf, sl, su, ss, nullptr);
 }
 
 void gft_solver::PDFWVTz::to_cdf() {
-  for (double& x : lower_cdf) x = -x;
-  for (int j = 0; j < NGRID; ++j) {
-    side_sign[j] = side_cdf[j] >= 0;
-    side_cdf[j] = std::fabs(side_cdf[j]);
-  }
-  const double sl = normalise_block(lower_cdf);
-  const double su = normalise_block(upper_cdf);
-  const double ss = normalise_block(side_cdf);
-  set_faces(face_cdf, sl, su, ss, &total_weight);
+    for (double& x : lower_cdf) x = -x;
+    for (int j = 0; j < NGRID; ++j) {
+        side_sign[j] = side_cdf[j] >= 0;
+        side_cdf[j] = std::fabs(side_cdf[j]);
+    }
+    const double sl = normalise_block(lower_cdf);
+    const double su = normalise_block(upper_cdf);
+    const double ss = normalise_block(side_cdf);
+    set_faces(face_cdf, sl, su, ss, &total_weight);
 }
 
 void gft_solver::PDFWVTx::to_cdf() {
-  for (double& x : lower_cdf) x = -x;
-  for (double& x : upper_cdf) x = -x;
-  for (double& x : side_cdf) x = -x;
-  const double sl = normalise_block(lower_cdf);
-  const double su = normalise_block(upper_cdf);
-  const double ss = normalise_block(side_cdf);
-  set_faces(face_cdf, sl, su, ss, &total_weight);
+    for (double& x : lower_cdf) x = -x;
+    for (double& x : upper_cdf) x = -x;
+    for (double& x : side_cdf) x = -x;
+    const double sl = normalise_block(lower_cdf);
+    const double su = normalise_block(upper_cdf);
+    const double ss = normalise_block(side_cdf);
+    set_faces(face_cdf, sl, su, ss, &total_weight);
 }
 
 gft_solver::gft_solver() : node_to_interface(NGRID + 1, -1), eps{1.0} {}
 
 void gft_solver::set_stack(const std::vector<int>& itf, const std::vector<double>& e) {
-  interfaces = itf;
-  eps = e;
-  n_interfaces = static_cast<int32_t>(interfaces.size());
-  node_to_interface.assign(NGRID + 1, -1);
-  for (int i = 0; i < n_interfaces; ++i) node_to_interface[interfaces[i]] = i;
+    interfaces = itf;
+    eps = e;
+    n_interfaces = static_cast<int32_t>(interfaces.size());
+    node_to_interface.assign(NGRID + 1, -1);
+    for (int i = 0; i < n_interfaces; ++i) node_to_interface[interfaces[i]] = i;
 }
 
 void gft_solver::flipped(std::vector<int>& itf, std::vector<double>& e) const {
-  itf.assign(interfaces.rbegin(), interfaces.rend());
-  for (int& z : itf) z = NGRID - z;
-  e.assign(eps.rbegin(), eps.rend());
+    itf.assign(interfaces.rbegin(), interfaces.rend());
+    for (int& z : itf) z = NGRID - z;
+    e.assign(eps.rbegin(), eps.rend());
 }
 
 void gft_solver::solve_pack(solver_code code, const std::vector<int>& itf,
                             const std::vector<double>& e) {
-  set_stack(itf, e);
-  if (n_interfaces == 0) {
-    solve_single();
-    return;
-  }
-  switch (code) {
-    case SOLVE_GFT:
-      find_GFT();
-      gft.to_cdf();
-      break;
-    case SOLVE_WVTZ:
-      find_WVTz();
-      wvtz.to_cdf();
-      break;
-    case SOLVE_WVTX:
-      find_WVTx();
-      wvtx.to_cdf();
-      break;
-  }
+    set_stack(itf, e);
+    if (n_interfaces == 0) {
+        solve_single();
+        return;
+    }
+    switch (code) {
+        case SOLVE_GFT:
+            find_GFT();
+            gft.to_cdf();
+            break;
+        case SOLVE_WVTZ:
+            find_WVTz();
+            wvtz.to_cdf();
+            break;
+        case SOLVE_WVTX:
+            find_WVTx();
+            wvtx.to_cdf();
+            break;
+    }
 }
 
 void gft_solver::solve_single() {
-  n_interfaces = 0;
-  interfaces.clear();
-  eps.assign(1, 1.0);
-  node_to_interface.assign(NGRID + 1, -1);
-  find_GFT();
-  find_WVTz();
-  find_WVTx();
-  for (int j = 0; j < NHALF; ++j) {
-    gft.lower_cdf[j] = gft.upper_cdf[j];
-    gft.side_cdf[j] = gft.side_cdf[NGRID - 1 - j] = gft.upper_cdf[j];
-    // The z derivative on the side faces is the x derivative on the upper face turned by 90
-    // degrees, and vice versa.
-    wvtz.lower_cdf[j] = -wvtz.upper_cdf[j];
-    wvtz.side_cdf[j] = wvtx.upper_cdf[j];
-    wvtz.side_cdf[NGRID - 1 - j] = -wvtx.upper_cdf[j];
-    wvtx.lower_cdf[j] = wvtx.upper_cdf[j];
-    wvtx.side_cdf[j] = wvtx.side_cdf[NGRID - 1 - j] = -wvtz.upper_cdf[j];
-  }
-  gft.to_cdf();
-  wvtz.to_cdf();
-  wvtx.to_cdf();
+    n_interfaces = 0;
+    interfaces.clear();
+    eps.assign(1, 1.0);
+    node_to_interface.assign(NGRID + 1, -1);
+    find_GFT();
+    find_WVTz();
+    find_WVTx();
+    for (int j = 0; j < NHALF; ++j) {
+        gft.lower_cdf[j] = gft.upper_cdf[j];
+        gft.side_cdf[j] = gft.side_cdf[NGRID - 1 - j] = gft.upper_cdf[j];
+        // The z derivative on the side faces is the x derivative on the upper face turned by 90
+        // degrees, and vice versa.
+        wvtz.lower_cdf[j] = -wvtz.upper_cdf[j];
+        wvtz.side_cdf[j] = wvtx.upper_cdf[j];
+        wvtz.side_cdf[NGRID - 1 - j] = -wvtx.upper_cdf[j];
+        wvtx.lower_cdf[j] = wvtx.upper_cdf[j];
+        wvtx.side_cdf[j] = wvtx.side_cdf[NGRID - 1 - j] = -wvtz.upper_cdf[j];
+    }
+    gft.to_cdf();
+    wvtz.to_cdf();
+    wvtx.to_cdf();
 }
 
 void gft_solver::solve(solver_code code, const std::vector<double>& heights,
                        const std::vector<double>& e, double size) {
-  interface_aligned(heights, e, size);
-  if (n_interfaces == 0) {
-    solve_single();
-    switch (code) {
-      case SOLVE_GFT: gft.to_cdf(); break;
-      case SOLVE_WVTZ: wvtz.to_cdf(); break;
-      case SOLVE_WVTX: wvtx.to_cdf(); break;
+    interface_aligned(heights, e, size);
+    if (n_interfaces == 0) {
+        solve_single();
+        switch (code) {
+            case SOLVE_GFT:
+                gft.to_cdf();
+                break;
+            case SOLVE_WVTZ:
+                wvtz.to_cdf();
+                break;
+            case SOLVE_WVTX:
+                wvtx.to_cdf();
+                break;
+        }
+        return;
     }
-    return;
-  }
-  const std::vector<int> itf = interfaces;
-  const std::vector<double> ee = eps;
-  solve_pack(code, itf, ee);
+    const std::vector<int> itf = interfaces;
+    const std::vector<double> ee = eps;
+    solve_pack(code, itf, ee);
 }
 
-void gft_solver::interface_aligned(const std::vector<double>& heights,
-                                   const std::vector<double>& e, double size) {
-  interfaces.clear();
-  eps.clear();
-  const double cell = size / NGRID;
-  long last_in_range = -1;
-  for (size_t i = 0; i < heights.size(); ++i) {
-    const long k = std::lround(heights[i] / cell);
-    if (k < 1 || k > NGRID - 1) continue;
-    last_in_range = static_cast<long>(i);
-    if (!interfaces.empty() && interfaces.back() == k) continue;
-    interfaces.push_back(static_cast<int>(k));
-    eps.push_back(e[i]);
-  }
-  size_t top = last_in_range >= 0 ? static_cast<size_t>(last_in_range) + 1 : 1;
-  if (!e.empty()) eps.push_back(e[std::min(top, e.size() - 1)]);
-  n_interfaces = static_cast<int32_t>(interfaces.size());
-  node_to_interface.assign(NGRID + 1, -1);
-  for (int i = 0; i < n_interfaces; ++i) node_to_interface[interfaces[i]] = i;
+void gft_solver::interface_aligned(const std::vector<double>& heights, const std::vector<double>& e,
+                                   double size) {
+    interfaces.clear();
+    eps.clear();
+    const double cell = size / NGRID;
+    long last_in_range = -1;
+    for (size_t i = 0; i < heights.size(); ++i) {
+        const long k = std::lround(heights[i] / cell);
+        if (k < 1 || k > NGRID - 1) continue;
+        last_in_range = static_cast<long>(i);
+        if (!interfaces.empty() && interfaces.back() == k) continue;
+        interfaces.push_back(static_cast<int>(k));
+        eps.push_back(e[i]);
+    }
+    size_t top = last_in_range >= 0 ? static_cast<size_t>(last_in_range) + 1 : 1;
+    if (!e.empty()) eps.push_back(e[std::min(top, e.size() - 1)]);
+    n_interfaces = static_cast<int32_t>(interfaces.size());
+    node_to_interface.assign(NGRID + 1, -1);
+    for (int i = 0; i < n_interfaces; ++i) node_to_interface[interfaces[i]] = i;
 }
 
 void gft_solver::dump_pack(std::vector<double>& out) const {
-  auto put = [&out](const double* p, int n) { out.insert(out.end(), p, p + n); };
-  put(gft.lower_cdf, NHALF);
-  put(gft.upper_cdf, NHALF);
-  put(gft.side_cdf, NGRID);
-  put(wvtz.lower_cdf, NHALF);
-  put(wvtz.upper_cdf, NHALF);
-  put(wvtz.side_cdf, NGRID);
-  put(wvtx.lower_cdf, NHALF);
-  put(wvtx.upper_cdf, NHALF);
-  put(wvtx.side_cdf, NGRID);
-  out.push_back(wvtz.total_weight);
-  out.push_back(wvtx.total_weight);
+    auto put = [&out](const double* p, int n) { out.insert(out.end(), p, p + n); };
+    put(gft.lower_cdf, NHALF);
+    put(gft.upper_cdf, NHALF);
+    put(gft.side_cdf, NGRID);
+    put(wvtz.lower_cdf, NHALF);
+    put(wvtz.upper_cdf, NHALF);
+    put(wvtz.side_cdf, NGRID);
+    put(wvtx.lower_cdf, NHALF);
+    put(wvtx.upper_cdf, NHALF);
+    put(wvtx.side_cdf, NGRID);
+    out.push_back(wvtz.total_weight);
+    out.push_back(wvtx.total_weight);
 }
 
 std::array<double, gft_solver::NMODE> gft_solver::find_phi_z_GFT(const std::vector<int>& itf,
                                                                  const std::vector<double>& e) {
-  return shoot(_lnm, itf, e, false, false);
+    return shoot(_lnm, itf, e, false, false);
 }
 
 std::array<double, gft_solver::NMODE> gft_solver::find_phi_z_WVTx(const std::vector<int>& itf,
                                                                   const std::vector<double>& e) {
-  return shoot(_lnm_2, itf, e, false, false);
+    return shoot(_lnm_2, itf, e, false, false);
 }
 
 std::array<double, gft_solver::NMODE> gft_solver::find_phi_z_WVTz(const std::vector<int>& itf,
                                                                   const std::vector<double>& e,
                                                                   bool at_centre_above) {
-  return shoot(_lnm, itf, e, true, at_centre_above);
+    return shoot(_lnm, itf, e, true, at_centre_above);
 }
 
 gft_solver::fdm_solution gft_solver::find_phi_z_FDM(bool want_derivative) const {
-  const int m = n_interfaces;
-  Mat24 T = Mat24::Zero();
-  Eigen::MatrixXd A = Eigen::MatrixXd::Zero(NGRID, m);
-  Eigen::MatrixXd B = Eigen::MatrixXd::Zero(m, m);
-  Eigen::MatrixXd D = Eigen::MatrixXd::Zero(m, NGRID);
-  const std::vector<int>& node = node_to_interface;
+    const int m = n_interfaces;
+    Mat24 T = Mat24::Zero();
+    Eigen::MatrixXd A = Eigen::MatrixXd::Zero(NGRID, m);
+    Eigen::MatrixXd B = Eigen::MatrixXd::Zero(m, m);
+    Eigen::MatrixXd D = Eigen::MatrixXd::Zero(m, NGRID);
+    const std::vector<int>& node = node_to_interface;
 
-  // Quarter of the second difference over cell centres; half-cell stencils next to a face or an
-  // interface node.
-  {
-    const int b = node[1];
-    if (b < 0) {
-      T(0, 0) = -1;
-      T(0, 1) = 1.0 / 3;
-    } else {
-      T(0, 0) = -2;
-      A(0, b) = 1;
+    // Quarter of the second difference over cell centres; half-cell stencils next to a face or an
+    // interface node.
+    {
+        const int b = node[1];
+        if (b < 0) {
+            T(0, 0) = -1;
+            T(0, 1) = 1.0 / 3;
+        } else {
+            T(0, 0) = -2;
+            A(0, b) = 1;
+        }
+        const int a = node[NGRID - 1];
+        if (a < 0) {
+            T(NGRID - 1, NGRID - 1) = -1;
+            T(NGRID - 1, NGRID - 2) = 1.0 / 3;
+        } else {
+            T(NGRID - 1, NGRID - 1) = -2;
+            A(NGRID - 1, a) = 1;
+        }
     }
-    const int a = node[NGRID - 1];
-    if (a < 0) {
-      T(NGRID - 1, NGRID - 1) = -1;
-      T(NGRID - 1, NGRID - 2) = 1.0 / 3;
-    } else {
-      T(NGRID - 1, NGRID - 1) = -2;
-      A(NGRID - 1, a) = 1;
+    for (int r = 1; r < NGRID - 1; ++r) {
+        const int a = node[r], b = node[r + 1];
+        if (a < 0 && b < 0) {
+            T(r, r - 1) = 0.25;
+            T(r, r) = -0.5;
+            T(r, r + 1) = 0.25;
+        } else if (a >= 0 && b < 0) {
+            T(r, r) = -1;
+            T(r, r + 1) = 1.0 / 3;
+            A(r, a) = 2.0 / 3;
+        } else if (a < 0 && b >= 0) {
+            T(r, r) = -1;
+            T(r, r - 1) = 1.0 / 3;
+            A(r, b) = 2.0 / 3;
+        } else {
+            T(r, r) = -2;
+            A(r, a) = 1;
+            A(r, b) = 1;
+        }
     }
-  }
-  for (int r = 1; r < NGRID - 1; ++r) {
-    const int a = node[r], b = node[r + 1];
-    if (a < 0 && b < 0) {
-      T(r, r - 1) = 0.25;
-      T(r, r) = -0.5;
-      T(r, r + 1) = 0.25;
-    } else if (a >= 0 && b < 0) {
-      T(r, r) = -1;
-      T(r, r + 1) = 1.0 / 3;
-      A(r, a) = 2.0 / 3;
-    } else if (a < 0 && b >= 0) {
-      T(r, r) = -1;
-      T(r, r - 1) = 1.0 / 3;
-      A(r, b) = 2.0 / 3;
-    } else {
-      T(r, r) = -2;
-      A(r, a) = 1;
-      A(r, b) = 1;
+    // Flux continuity at each interface node, second-order one-sided on both sides.
+    for (int i = 0; i < m; ++i) {
+        const int k = interfaces[i];
+        const double e = eps[i], f = eps[i + 1];
+        if (k == 1) {
+            B(i, i) = 1.5 * e;
+            D(i, 0) = -2 * e;
+        } else if (node[k - 1] < 0) {
+            B(i, i) = 4.0 / 3 * e;
+            D(i, k - 1) = -1.5 * e;
+            D(i, k - 2) = e / 6;
+        } else {
+            B(i, i) = 1.5 * e;
+            D(i, k - 1) = -2 * e;
+            B(i, i - 1) = 0.5 * e;
+        }
+        if (k == NGRID - 1) {
+            B(i, i) += 1.5 * f;
+            D(i, NGRID - 1) = -2 * f;
+        } else if (node[k + 1] < 0) {
+            B(i, i) += 4.0 / 3 * f;
+            D(i, k) = -1.5 * f;
+            D(i, k + 1) = f / 6;
+        } else {
+            B(i, i) += 1.5 * f;
+            D(i, k) = -2 * f;
+            B(i, i + 1) = 0.5 * f;
+        }
     }
-  }
-  // Flux continuity at each interface node, second-order one-sided on both sides.
-  for (int i = 0; i < m; ++i) {
-    const int k = interfaces[i];
-    const double e = eps[i], f = eps[i + 1];
-    if (k == 1) {
-      B(i, i) = 1.5 * e;
-      D(i, 0) = -2 * e;
-    } else if (node[k - 1] < 0) {
-      B(i, i) = 4.0 / 3 * e;
-      D(i, k - 1) = -1.5 * e;
-      D(i, k - 2) = e / 6;
-    } else {
-      B(i, i) = 1.5 * e;
-      D(i, k - 1) = -2 * e;
-      B(i, i - 1) = 0.5 * e;
-    }
-    if (k == NGRID - 1) {
-      B(i, i) += 1.5 * f;
-      D(i, NGRID - 1) = -2 * f;
-    } else if (node[k + 1] < 0) {
-      B(i, i) += 4.0 / 3 * f;
-      D(i, k) = -1.5 * f;
-      D(i, k + 1) = f / 6;
-    } else {
-      B(i, i) += 1.5 * f;
-      D(i, k) = -2 * f;
-      B(i, i + 1) = 0.5 * f;
-    }
-  }
 
-  Mat24 S = T;
-  if (m > 0) {
-    const Eigen::MatrixXd X = B.llt().solve(D);
-    S.noalias() -= A * X;
-  }
-  Eigen::EigenSolver<Mat24> es(S, true);
-  const auto& values = es.eigenvalues();
-  const auto vectors = es.eigenvectors();
-  const double g = std::max(values.imag().cwiseAbs().maxCoeff(),
-                            vectors.imag().cwiseAbs().maxCoeff());
-  if (g > 0.001) std::printf("Warning: complex eigen values or vectors (%e)\n", g);
+    Mat24 S = T;
+    if (m > 0) {
+        const Eigen::MatrixXd X = B.llt().solve(D);
+        S.noalias() -= A * X;
+    }
+    Eigen::EigenSolver<Mat24> es(S, true);
+    const auto& values = es.eigenvalues();
+    const auto vectors = es.eigenvectors();
+    const double g =
+        std::max(values.imag().cwiseAbs().maxCoeff(), vectors.imag().cwiseAbs().maxCoeff());
+    if (g > 0.001) std::printf("Warning: complex eigen values or vectors (%e)\n", g);
 
-  fdm_solution f;
-  f.lambda = -2304.0 * values.real();
-  f.modes = vectors.real();
-  const int ic = node[12];
-  for (int k = 0; k < NGRID; ++k) {
-    if (ic < 0)
-      f.mid[k] = (f.modes(11, k) + f.modes(12, k)) / 2;
+    fdm_solution f;
+    f.lambda = -2304.0 * values.real();
+    f.modes = vectors.real();
+    const int ic = node[12];
+    for (int k = 0; k < NGRID; ++k) {
+        if (ic < 0)
+            f.mid[k] = (f.modes(11, k) + f.modes(12, k)) / 2;
+        else
+            f.mid[k] =
+                (f.modes(11, k) * eps[ic] + f.modes(12, k) * eps[ic + 1]) / (eps[ic] + eps[ic + 1]);
+    }
+    if (want_derivative)
+        for (int k = 0; k < NGRID; ++k) f.dmid[k] = 2 * (f.mid[k] - f.modes(11, k));
     else
-      f.mid[k] = (f.modes(11, k) * eps[ic] + f.modes(12, k) * eps[ic + 1]) / (eps[ic] + eps[ic + 1]);
-  }
-  if (want_derivative)
-    for (int k = 0; k < NGRID; ++k) f.dmid[k] = 2 * (f.mid[k] - f.modes(11, k));
-  else
-    f.dmid.setZero();
-  return f;
+        f.dmid.setZero();
+    return f;
 }
 
 gft_solver::Vec24 gft_solver::side_from_modes(const fdm_solution& f, const Vec24& c) {
-  // Panel values y of the centre response solve modes^T y = c.
-  return Eigen::PartialPivLU<Mat24>(f.modes.transpose()).solve(c);
+    // Panel values y of the centre response solve modes^T y = c.
+    return Eigen::PartialPivLU<Mat24>(f.modes.transpose()).solve(c);
 }
 
 void gft_solver::find_GFT() {
-  const auto phi = find_phi_z_GFT(interfaces, eps);
-  for (int j = 0; j < NHALF; ++j) {
-    double u = 0;
-    for (int n = 0; n < NMODE; ++n) u += _Bjt(n, j) * ((n & 1) ? -phi[n] : phi[n]);
-    gft.upper_cdf[j] = u;
-  }
-  if (n_interfaces == 0) return;
-  std::vector<int> fi;
-  std::vector<double> fe;
-  flipped(fi, fe);
-  const auto phf = find_phi_z_GFT(fi, fe);
-  for (int j = 0; j < NHALF; ++j) {
-    double l = 0;
-    for (int n = 0; n < NMODE; ++n) l += _Bjt(n, j) * ((n & 1) ? -phf[n] : phf[n]);
-    gft.lower_cdf[j] = l;
-  }
-  const fdm_solution f = find_phi_z_FDM(false);
-  Vec24 c;
-  for (int k = 0; k < NGRID; ++k) c[k] = f.mid[k] / (2 * std::cosh(std::sqrt(f.lambda[k]) * 0.5));
-  const Vec24 y = side_from_modes(f, c);
-  for (int j = 0; j < NGRID; ++j) gft.side_cdf[j] = y[j];
+    const auto phi = find_phi_z_GFT(interfaces, eps);
+    for (int j = 0; j < NHALF; ++j) {
+        double u = 0;
+        for (int n = 0; n < NMODE; ++n) u += _Bjt(n, j) * ((n & 1) ? -phi[n] : phi[n]);
+        gft.upper_cdf[j] = u;
+    }
+    if (n_interfaces == 0) return;
+    std::vector<int> fi;
+    std::vector<double> fe;
+    flipped(fi, fe);
+    const auto phf = find_phi_z_GFT(fi, fe);
+    for (int j = 0; j < NHALF; ++j) {
+        double l = 0;
+        for (int n = 0; n < NMODE; ++n) l += _Bjt(n, j) * ((n & 1) ? -phf[n] : phf[n]);
+        gft.lower_cdf[j] = l;
+    }
+    const fdm_solution f = find_phi_z_FDM(false);
+    Vec24 c;
+    for (int k = 0; k < NGRID; ++k) c[k] = f.mid[k] / (2 * std::cosh(std::sqrt(f.lambda[k]) * 0.5));
+    const Vec24 y = side_from_modes(f, c);
+    for (int j = 0; j < NGRID; ++j) gft.side_cdf[j] = y[j];
 }
 
 void gft_solver::find_WVTz() {
-  const auto d = find_phi_z_WVTz(interfaces, eps, false);
-  for (int j = 0; j < NHALF; ++j) {
-    double u = 0;
-    for (int n = 0; n < NMODE; ++n) u += _Bjt(n, j) * ((n & 1) ? -d[n] : d[n]);
-    wvtz.upper_cdf[j] = u;
-  }
-  if (n_interfaces == 0) return;
-  std::vector<int> fi;
-  std::vector<double> fe;
-  flipped(fi, fe);
-  const auto df = find_phi_z_WVTz(fi, fe, true);
-  for (int j = 0; j < NHALF; ++j) {
-    double l = 0;
-    for (int n = 0; n < NMODE; ++n) l += _Bjt(n, j) * ((n & 1) ? -df[n] : df[n]);
-    wvtz.lower_cdf[j] = -l;  // the z derivative changes sign under the flip
-  }
-  const fdm_solution f = find_phi_z_FDM(true);
-  Vec24 c;
-  for (int k = 0; k < NGRID; ++k) c[k] = f.dmid[k] / (2 * std::cosh(std::sqrt(f.lambda[k]) * 0.5));
-  const Vec24 y = side_from_modes(f, c);
-  for (int j = 0; j < NGRID; ++j) wvtz.side_cdf[j] = 12 * y[j];
+    const auto d = find_phi_z_WVTz(interfaces, eps, false);
+    for (int j = 0; j < NHALF; ++j) {
+        double u = 0;
+        for (int n = 0; n < NMODE; ++n) u += _Bjt(n, j) * ((n & 1) ? -d[n] : d[n]);
+        wvtz.upper_cdf[j] = u;
+    }
+    if (n_interfaces == 0) return;
+    std::vector<int> fi;
+    std::vector<double> fe;
+    flipped(fi, fe);
+    const auto df = find_phi_z_WVTz(fi, fe, true);
+    for (int j = 0; j < NHALF; ++j) {
+        double l = 0;
+        for (int n = 0; n < NMODE; ++n) l += _Bjt(n, j) * ((n & 1) ? -df[n] : df[n]);
+        wvtz.lower_cdf[j] = -l;  // the z derivative changes sign under the flip
+    }
+    const fdm_solution f = find_phi_z_FDM(true);
+    Vec24 c;
+    for (int k = 0; k < NGRID; ++k)
+        c[k] = f.dmid[k] / (2 * std::cosh(std::sqrt(f.lambda[k]) * 0.5));
+    const Vec24 y = side_from_modes(f, c);
+    for (int j = 0; j < NGRID; ++j) wvtz.side_cdf[j] = 12 * y[j];
 }
 
 void gft_solver::find_WVTx() {
-  auto upper_from = [](const std::array<double, NMODE>& phi, double (&block)[NHALF]) {
-    for (int j = 0; j < NHALF; ++j) {
-      double u = 0;
-      for (int n = 0; n < NMODE; ++n) {
-        const double e = ((n & 1) ? -1.0 : 1.0) * (n + 1) * kPi * phi[n];
-        u += _Csi(n, j) * e;
-      }
-      block[j] = -u;
+    auto upper_from = [](const std::array<double, NMODE>& phi, double(&block)[NHALF]) {
+        for (int j = 0; j < NHALF; ++j) {
+            double u = 0;
+            for (int n = 0; n < NMODE; ++n) {
+                const double e = ((n & 1) ? -1.0 : 1.0) * (n + 1) * kPi * phi[n];
+                u += _Csi(n, j) * e;
+            }
+            block[j] = -u;
+        }
+    };
+    upper_from(find_phi_z_WVTx(interfaces, eps), wvtx.upper_cdf);
+    if (n_interfaces == 0) return;
+    std::vector<int> fi;
+    std::vector<double> fe;
+    flipped(fi, fe);
+    upper_from(find_phi_z_WVTx(fi, fe), wvtx.lower_cdf);
+    const fdm_solution f = find_phi_z_FDM(false);
+    Vec24 c;
+    for (int k = 0; k < NGRID; ++k) {
+        const double beta = std::sqrt(f.lambda[k]);
+        c[k] = (beta * f.mid[k] / (2 * std::sinh(beta * 0.5))) * 0.5;
     }
-  };
-  upper_from(find_phi_z_WVTx(interfaces, eps), wvtx.upper_cdf);
-  if (n_interfaces == 0) return;
-  std::vector<int> fi;
-  std::vector<double> fe;
-  flipped(fi, fe);
-  upper_from(find_phi_z_WVTx(fi, fe), wvtx.lower_cdf);
-  const fdm_solution f = find_phi_z_FDM(false);
-  Vec24 c;
-  for (int k = 0; k < NGRID; ++k) {
-    const double beta = std::sqrt(f.lambda[k]);
-    c[k] = (beta * f.mid[k] / (2 * std::sinh(beta * 0.5))) * 0.5;
-  }
-  const Vec24 y = side_from_modes(f, c);
-  for (int j = 0; j < NGRID; ++j) wvtx.side_cdf[j] = -y[j];
+    const Vec24 y = side_from_modes(f, c);
+    for (int j = 0; j < NGRID; ++j) wvtx.side_cdf[j] = -y[j];
 }
 
 }  // namespace RW2D

@@ -1,14 +1,13 @@
 #include "solver/mc_manager.h"
 
-#include <omp.h>
-
-#include <cmath>
-#include <cstdarg>
-#include <cstdio>
 #include <dirent.h>
+#include <omp.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -204,13 +203,12 @@ std::string MCManager::Reporter::to_string() const {
         for (const WireNet* n : all) {
             const double v = recorder->expectation(n) * EPS0_F;
             appendf(out, "Capacitance between %s and %s: %.7e F (+/- %.3lf%%)\n", m->name.c_str(),
-                    n->name.c_str(), n == m ? -v : v,
-                    std::abs(recorder->estimated_sigma(n)) * 100);
+                    n->name.c_str(), n == m ? -v : v, std::abs(recorder->estimated_sigma(n)) * 100);
         }
         appendf(out, "\n");
         appendf(out, "total walk number: %llu (%.3lf hop per walk); total time cost: %.3lf s\n",
-                static_cast<unsigned long long>(recorder->total_walks()),
-                recorder->hops_per_walk(), recorder->seconds);
+                static_cast<unsigned long long>(recorder->total_walks()), recorder->hops_per_walk(),
+                recorder->seconds);
     } else {
         for (const WireNet* n : all) appendf(out, "          %s", n->name.c_str());
         appendf(out, "\nnet0: ");
@@ -235,8 +233,8 @@ void MCManager::walk_worker(NetManager* nets, const Config& config,
         seed_base *= 3u;
         seed = seed_base;
     }
-    auto* walker = new WalkManager(nets, config, tables[omp_get_thread_num()],
-                                   static_cast<int>(seed));
+    auto* walker =
+        new WalkManager(nets, config, tables[omp_get_thread_num()], static_cast<int>(seed));
     auto* rec = new Recorder(config.mc, nets);
     const WireNet* master = nets->master;
     for (;;) {
@@ -259,19 +257,16 @@ void MCManager::walk_worker(NetManager* nets, const Config& config,
         if (done) break;
     }
 #pragma omp critical
-    {
-        global->merge(rec);
-    }
+    { global->merge(rec); }
     delete rec;
-    if (walker->dump_tables)
-        walker->tables.dump(nets->media.layer.hash_value(), walker->data_dir);
+    if (walker->dump_tables) walker->tables.dump(nets->media.layer.hash_value(), walker->data_dir);
     delete walker;
 }
 
-std::vector<double> MCManager::estimate(const std::vector<Rectangle>& wires,
-                                        const std::vector<std::array<double, 2>>& layers,
-                                        const std::vector<std::pair<double, Rectangle>>& dielectrics,
-                                        const Rectangle& window, const Config& config) {
+std::vector<double> MCManager::estimate(
+    const std::vector<Rectangle>& wires, const std::vector<std::array<double, 2>>& layers,
+    const std::vector<std::pair<double, Rectangle>>& dielectrics, const Rectangle& window,
+    const Config& config) {
     if (config.mc.precision <= 0)
         return ref_solve(wires, layers, dielectrics, window, config.mc.precision);
 
@@ -330,10 +325,10 @@ std::vector<double> MCManager::estimate(const std::vector<Rectangle>& wires,
     return result;
 }
 
-std::vector<double> MCManager::ref_solve(const std::vector<Rectangle>& wires,
-                                         const std::vector<std::array<double, 2>>& layers,
-                                         const std::vector<std::pair<double, Rectangle>>& dielectrics,
-                                         const Rectangle& window, double precision) {
+std::vector<double> MCManager::ref_solve(
+    const std::vector<Rectangle>& wires, const std::vector<std::array<double, 2>>& layers,
+    const std::vector<std::pair<double, Rectangle>>& dielectrics, const Rectangle& window,
+    double precision) {
     try {
         const std::string text = ref_text(wires, layers, dielectrics, window, precision);
         const std::string out = FileUtils::run_binary_with_string_io(
@@ -366,8 +361,12 @@ std::string MCManager::estimate(std::string path, std::vector<online_table_manag
     Debugger::log("total walk: ", global->total_walks());
     Debugger::log("avg hop: ", fixed(global->hops_per_walk()));
     global->seconds = elapsed;
-    const Reporter reporter{config.output_path, config.report_full, config.report_values,
-                            config.report_named, global, nets};
+    const Reporter reporter{config.output_path,
+                            config.report_full,
+                            config.report_values,
+                            config.report_named,
+                            global,
+                            nets};
     std::string text = reporter.to_string();
     delete nets;
     delete global;
@@ -386,8 +385,7 @@ void MCManager::estimate(const Config& config) {
         return;
     }
     DIR* dir = opendir(config.input_path.c_str());
-    if (dir == nullptr)
-        throw std::runtime_error("Failed to open directory: " + config.input_path);
+    if (dir == nullptr) throw std::runtime_error("Failed to open directory: " + config.input_path);
     std::vector<std::string> files;
     for (dirent* e = readdir(dir); e != nullptr; e = readdir(dir)) {
         const std::string name = e->d_name;

@@ -115,8 +115,9 @@ public:
 private:
     // The body each walker thread runs: seed step, batches until the stopping rule holds, merge
     // into global under the same critical section, optional table dump.
-    void walk_worker(NetManager* nets, const Config& config, std::vector<online_table_manager>& tables,
-                     Recorder* global, std::uint32_t& seed_base) const;
+    void walk_worker(NetManager* nets, const Config& config,
+                     std::vector<online_table_manager>& tables, Recorder* global,
+                     std::uint32_t& seed_base) const;
 };
 
 }  // namespace RW2D

@@ -19,61 +19,61 @@ namespace RW2D {
 
 class online_table_fitter {
 public:
-  // 0: quarter model; 1: stack along z; 2: stack along x (the table's z is the real x).
-  int direction = 1;
-  // Layer bottoms along the stack axis relative to the box's low edge (first 0), or four zeros in
-  // the quarter model.
-  std::vector<double> heights;
-  // One permittivity per entry of heights, or the four quarter means.
-  std::vector<double> eps;
-  // Media of the present box.
-  std::vector<const Medium*> candidates;
+    // 0: quarter model; 1: stack along z; 2: stack along x (the table's z is the real x).
+    int direction = 1;
+    // Layer bottoms along the stack axis relative to the box's low edge (first 0), or four zeros in
+    // the quarter model.
+    std::vector<double> heights;
+    // One permittivity per entry of heights, or the four quarter means.
+    std::vector<double> eps;
+    // Media of the present box.
+    std::vector<const Medium*> candidates;
 
-  // Fits the box of half side size around centre: may reduce size, sets direction, heights and
-  // eps. weight_hop marks the first hop of a walk, which never falls back on the quarter model.
-  // Draws from rng only when media lie in the box.
-  void fit(const MediumManager& media, const Vector2D& centre, double& size, bool weight_hop,
-           RandGen* rng);
-  // Sets heights/eps to the z stack of the box and direction to the axis along which the
-  // candidates' edges cross the box least.
-  void determine_direction(const Vector2D& centre, double size, const MediumLayer& layers);
-  // Replaces heights/eps by strata along the chosen axis, each stratum's permittivity the
-  // harmonic mean over four transverse samples (four draws).
-  void stratified_pack_sample(const Vector2D& centre, double size, const MediumLayer& layers,
-                              RandGen* rng);
-  // Quarter model: eps gets the harmonic mean permittivity of each quarter (eight draws),
-  // heights four zeros.
-  void oct_pack_sample(const Vector2D& centre, double size, const MediumLayer& layers,
-                       RandGen* rng);
+    // Fits the box of half side size around centre: may reduce size, sets direction, heights and
+    // eps. weight_hop marks the first hop of a walk, which never falls back on the quarter model.
+    // Draws from rng only when media lie in the box.
+    void fit(const MediumManager& media, const Vector2D& centre, double& size, bool weight_hop,
+             RandGen* rng);
+    // Sets heights/eps to the z stack of the box and direction to the axis along which the
+    // candidates' edges cross the box least.
+    void determine_direction(const Vector2D& centre, double size, const MediumLayer& layers);
+    // Replaces heights/eps by strata along the chosen axis, each stratum's permittivity the
+    // harmonic mean over four transverse samples (four draws).
+    void stratified_pack_sample(const Vector2D& centre, double size, const MediumLayer& layers,
+                                RandGen* rng);
+    // Quarter model: eps gets the harmonic mean permittivity of each quarter (eight draws),
+    // heights four zeros.
+    void oct_pack_sample(const Vector2D& centre, double size, const MediumLayer& layers,
+                         RandGen* rng);
 
 private:
-  struct stratum {
-    double pos = 0;
-    double eps = 0;
-    std::vector<const Medium*> media;
-    int64_t key = 0;
-  };
-  // Ordered strata; entries past n_strata_ are spares kept for their storage.
-  std::vector<stratum> strata_;
-  size_t n_strata_ = 0;
+    struct stratum {
+        double pos = 0;
+        double eps = 0;
+        std::vector<const Medium*> media;
+        int64_t key = 0;
+    };
+    // Ordered strata; entries past n_strata_ are spares kept for their storage.
+    std::vector<stratum> strata_;
+    size_t n_strata_ = 0;
 
-  void fill_layers(const MediumLayer& layers, double lo, double hi);
-  // Index of the stratum with key, or of the first with a larger key.
-  size_t find_stratum(int64_t key) const;
-  // Adds a stratum at key (if missing) that copies its predecessor; returns its index.
-  size_t split_at(int64_t key, double pos);
+    void fill_layers(const MediumLayer& layers, double lo, double hi);
+    // Index of the stratum with key, or of the first with a larger key.
+    size_t find_stratum(int64_t key) const;
+    // Adds a stratum at key (if missing) that copies its predecessor; returns its index.
+    size_t split_at(int64_t key, double pos);
 };
 
 // Centre of panel j of a face in box units: (2j+1)/24 - 1.
 class online_table_id2offset {
 public:
-  // The process-wide table.
-  static const online_table_id2offset& instance();
-  double operator[](int j) const { return offset_[j]; }
+    // The process-wide table.
+    static const online_table_id2offset& instance();
+    double operator[](int j) const { return offset_[j]; }
 
 private:
-  online_table_id2offset();
-  double offset_[gft_solver::NGRID];
+    online_table_id2offset();
+    double offset_[gft_solver::NGRID];
 };
 
 // Point on the box surface, (tx, tz) in box units, drawn from a Green's function table.

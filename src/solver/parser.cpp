@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <unordered_map>
@@ -156,7 +156,8 @@ void parse_to_ref(const std::string& in_path, const std::string& out_path) {
         if (o->type != Object::CONDUCTOR) continue;
         out << format_ref(o, o->name, o->value == 0.0 ? " VOLT=0;" : " VOLT=1;") << "\n";
     }
-    out << "OPTIONS SET_GRID=grid_num;\n" << "POTENTIAL\n";
+    out << "OPTIONS SET_GRID=grid_num;\n"
+        << "POTENTIAL\n";
     for (Object* o : objects) delete o;
 }
 
@@ -303,7 +304,8 @@ void MediumManager::init(const std::vector<std::pair<double, Rectangle*>>& piece
     std::map<long long, double> keys;
     for (const auto& pc : pieces) {
         for (double y : {pc.second->bottom, pc.second->top})
-            if (y > w->bottom - GEO_EPS && y < w->top + GEO_EPS) keys.emplace(std::llround(y / 1e-8), y);
+            if (y > w->bottom - GEO_EPS && y < w->top + GEO_EPS)
+                keys.emplace(std::llround(y / 1e-8), y);
     }
     keys.emplace(std::llround(w->bottom / 1e-8), w->bottom);
     std::vector<double> ys;

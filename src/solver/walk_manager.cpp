@@ -189,11 +189,20 @@ void WalkManager::transfer_online_table_wvt(double r) {
         d = norm_dir;
     } else if (fitter.direction == 2) {
         switch (norm_dir) {
-            case NORM_X_POS: d = 3; break;
-            case NORM_X_NEG: d = 4; break;
-            case NORM_Y_POS: d = 2; break;
-            case NORM_Y_NEG: d = 1; break;
-            default: d = 2;
+            case NORM_X_POS:
+                d = 3;
+                break;
+            case NORM_X_NEG:
+                d = 4;
+                break;
+            case NORM_Y_POS:
+                d = 2;
+                break;
+            case NORM_Y_NEG:
+                d = 1;
+                break;
+            default:
+                d = 2;
         }
     } else {
         Debugger::raise_error("WVT cannot be OCT");

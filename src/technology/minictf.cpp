@@ -1,13 +1,13 @@
 #include "technology/minictf.h"
 
-#include "technology/process_info.h"
-#include "technology/task.h"
-
 #include <cmath>
 #include <cstdint>
 #include <iterator>
 #include <map>
 #include <stdexcept>
+
+#include "technology/process_info.h"
+#include "technology/task.h"
 
 namespace MCTF {
 
@@ -48,10 +48,9 @@ ConductorLayer& MiniCTF::appendConductor(const std::string& name, double base, d
     return conductor_layers.emplace_back(std::move(c));
 }
 
-DielectricLayer& MiniCTF::appendDielectric(const std::string& name, double base,
-                                           double thickness, double er, double side_thickness,
-                                           double top_thickness, double bw_t,
-                                           const std::vector<std::string>& bottoms) {
+DielectricLayer& MiniCTF::appendDielectric(const std::string& name, double base, double thickness,
+                                           double er, double side_thickness, double top_thickness,
+                                           double bw_t, const std::vector<std::string>& bottoms) {
     DielectricLayer d;
     d.id = static_cast<int>(dielectric_layers.size());
     d.name = name;
@@ -109,7 +108,9 @@ constexpr double kGrid = 1e-6;
 constexpr double kTopMarker = -1.0;
 
 // Heights are compared on a 1e-6 grid: the nearest grid index, halves away from zero.
-int32_t heightKey(double h) { return static_cast<int32_t>(std::lround(h / kGrid)); }
+int32_t heightKey(double h) {
+    return static_cast<int32_t>(std::lround(h / kGrid));
+}
 
 }  // namespace
 

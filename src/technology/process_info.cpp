@@ -100,10 +100,12 @@ void ProcessInfo::takeElement(CtfInterpreter& ci, ElementProcessor* e, double& h
                 throw Ctf_Syntax_Error(ci.stream, "invalid half_node_scale_factor", -1);
             half_node_scale_factor = a->value;
         } else if (a->keyword == "density_grid") {
-            if (!(a->value > 0)) throw Ctf_Syntax_Error(ci.stream, "invalid density_grid value", -1);
+            if (!(a->value > 0))
+                throw Ctf_Syntax_Error(ci.stream, "invalid density_grid value", -1);
             density_grid = a->value;
         } else if (a->keyword == "background_er") {
-            if (!(a->value > 0)) throw Ctf_Syntax_Error(ci.stream, "invalid background_er value", -1);
+            if (!(a->value > 0))
+                throw Ctf_Syntax_Error(ci.stream, "invalid background_er value", -1);
         }
         return;
     }
@@ -114,7 +116,8 @@ void ProcessInfo::takeElement(CtfInterpreter& ci, ElementProcessor* e, double& h
     if (auto* t = dynamic_cast<CtfTSV*>(e)) {
         checkName(ci, t->tsv.name, "tsv", seen);
         if (!tsvs.empty() && std::fabs(tsvs.back().thickness - t->tsv.thickness) > 1e-6)
-            throw Ctf_Syntax_Error(ci.stream, "all tsv layers must have the same thickness value", -1);
+            throw Ctf_Syntax_Error(ci.stream, "all tsv layers must have the same thickness value",
+                                   -1);
         tsv_index[t->tsv.name] = static_cast<int32_t>(tsvs.size());
         tsvs.push_back(t->tsv);
         seen.insert(t->tsv.name);
@@ -215,7 +218,8 @@ void ProcessInfo::addConductor(CtfInterpreter& ci, Conductor c, double height, i
     if (PARG::get("DISABLE_THICKNESS_POLY", 0)) dropOwned(c.thickness_polynomial);
     if (PARG::get("DISABLE_ILD_THICKNESS", 0)) dropOwned(c.ild_model);
     if (PARG::get("DISABLE_THICKNESS_VS_DENSITY", 0)) dropOwned(c.cap_thickness_density);
-    if (PARG::get("DISABLE_THICKNESS_VS_DENSITY_AND_WIDTH", 0)) dropOwned(c.thickness_density_width);
+    if (PARG::get("DISABLE_THICKNESS_VS_DENSITY_AND_WIDTH", 0))
+        dropOwned(c.thickness_density_width);
     if (PARG::get("DISABLE_BOTTOM_THICKNESS_VS_WIDTH", 0)) dropOwned(c.cap_bottom_thickness);
     if (PARG::get("DISABLE_RAISED_DIFFUSION", 0)) dropOwned(c.raised_diff);
 
@@ -355,7 +359,8 @@ int ProcessInfo::checkMultiGateModelsValidity() {
             used.insert(gate);
             used.insert(diff);
             kept.emplace_back(gate, diff);
-            for (const auto& [name, kind] : {std::pair{gate, "Gate"}, std::pair{diff, "Diffusion"}}) {
+            for (const auto& [name, kind] :
+                 {std::pair{gate, "Gate"}, std::pair{diff, "Diffusion"}}) {
                 Conductor& c = conductors[conductor_index[name]];
                 if (c.side_tan == 0) continue;
                 PLOG::log(3) << kind << " conductor layer \"" << name
@@ -404,8 +409,8 @@ int ProcessInfo::checkSAMTVPTModelValidity() {
         return 0;
     }
     if (std::fabs(gate->base + gate->thickness - drain->base) > 1e-6) {
-        PLOG::log(4) << "drain_layer \"" << m.drain_layer << "\" and gate_layer \""
-                     << m.gate_layer << in << " must be adjacent along the z-axis." << PLOG::endl;
+        PLOG::log(4) << "drain_layer \"" << m.drain_layer << "\" and gate_layer \"" << m.gate_layer
+                     << in << " must be adjacent along the z-axis." << PLOG::endl;
         return 0;
     }
     m.source_base = source->base;
@@ -550,6 +555,7 @@ void ProcessInfo::setExtractVias(const Task& task) {
         auto number = gds_name_to_number.find(gds);
         PLOG::log(2) << "The whole GDS layer \"" << gds << "\" "
                      << (number == gds_name_to_number.end() ? -1 : number->second)
-                     << ":0 (via layer)" << " is neglected." << PLOG::endl;
+                     << ":0 (via layer)"
+                     << " is neglected." << PLOG::endl;
     }
 }

@@ -9,7 +9,9 @@
 
 namespace {
 
-bool sameWord(std::string a, std::string b) { return StrUtil::compare(a, b, 0) == 1; }
+bool sameWord(std::string a, std::string b) {
+    return StrUtil::compare(a, b, 0) == 1;
+}
 
 // True when `word` starts with `field`, ignoring case.
 bool startsWithField(const std::string& word, const std::string& field) {
@@ -61,10 +63,10 @@ int ProcessInfo::parseTechLayerMap(const std::string& path) {
         PLOG::log(4) << "Can not open tech layer map file \"" << path << "\"." << PLOG::endl;
         return 0;
     }
-    static const char* const sections[] = {"conducting_layers", "via_layers", "ignore_cap_layers",
-                                           "marker_layers",     "remove_layers",
-                                           "silicon_marker_layers", "viewonly_layers",
-                                           "color_layers"};
+    static const char* const sections[] = {"conducting_layers", "via_layers",
+                                           "ignore_cap_layers", "marker_layers",
+                                           "remove_layers",     "silicon_marker_layers",
+                                           "viewonly_layers",   "color_layers"};
     std::string section;
     std::vector<std::string> w;
     for (int n = 1; StrUtil::splitLine2Words(in, w); ++n) {
@@ -85,7 +87,8 @@ int ProcessInfo::parseTechLayerMap(const std::string& path) {
         }
         if (isSection) continue;
 
-        if (section == "conducting_layers" || section == "via_layers" || section == "color_layers") {
+        if (section == "conducting_layers" || section == "via_layers" ||
+            section == "color_layers") {
             if (w.size() < 2) {
                 PLOG::log(3) << "In layer mapping file (" << path << "), line " << n << ": "
                              << "invalid layer mapping statement, now neglecting this line."
@@ -184,8 +187,10 @@ int ProcessInfo::parseTechLayerMap(const std::string& path) {
                 }
                 group.push_back(word);
             }
-            if (group.size() == 1) ignore_cap_layers.insert(group[0]);
-            else if (group.size() > 1) ignore_cap_groups.push_back(group);
+            if (group.size() == 1)
+                ignore_cap_layers.insert(group[0]);
+            else if (group.size() > 1)
+                ignore_cap_groups.push_back(group);
         } else if (section == "remove_layers") {
             remove_layers.insert(w[0]);
         } else if (section == "marker_layers") {

@@ -57,10 +57,10 @@ TEST_P(Accuracy, RowZeroAgreesWithTheFiniteElementReference) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Validation, Accuracy,
-                         ::testing::Values("01_plate_full", "02_wire_over_ground",
-                                           "03_three_wires", "04_two_levels",
-                                           "05_layered_stack", "06_conformal_coats",
-                                           "07_random_like", "09_near_side_wall"),
+                         ::testing::Values("01_plate_full", "02_wire_over_ground", "03_three_wires",
+                                           "04_two_levels", "05_layered_stack",
+                                           "06_conformal_coats", "07_random_like",
+                                           "09_near_side_wall"),
                          [](const ::testing::TestParamInfo<const char*>& info) {
                              return std::string(info.param);
                          });

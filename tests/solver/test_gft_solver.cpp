@@ -1,13 +1,13 @@
 // Checks of the box tables against the continuous problem they discretise: the harmonic measure
 // and the derivative kernels of a square, and exact identities of layered media.
-#include "solver/gft_solver.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
+
+#include "solver/gft_solver.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr double L = 24;  // box side in grid cells
 
 // Fourier sine coefficient of unit data on [a, a+h] of a face of length L.
 double panel_coefficient(int m, double a, double h) {
-  return 2 / (m * kPi) * (std::cos(m * kPi * a / L) - std::cos(m * kPi * (a + h) / L));
+    return 2 / (m * kPi) * (std::cos(m * kPi * a / L) - std::cos(m * kPi * (a + h) / L));
 }
 
 // Separation of variables in the square [0,L]^2 with data on the top face:
@@ -28,176 +28,178 @@ double panel_coefficient(int m, double a, double h) {
 // (12 cells = half a box: derivatives in half-box units.)
 template <class F>
 double series(double a, int first_mode, F term) {
-  double s = 0;
-  for (int m = first_mode; m < 400; m += 2) s += panel_coefficient(m, a, 1) * term(m * kPi);
-  return s;
+    double s = 0;
+    for (int m = first_mode; m < 400; m += 2) s += panel_coefficient(m, a, 1) * term(m * kPi);
+    return s;
 }
 double exact_probability(double a) {
-  return series(a, 1, [](double k) { return std::sin(k / 2) / (2 * std::cosh(k / 2)); });
+    return series(a, 1, [](double k) { return std::sin(k / 2) / (2 * std::cosh(k / 2)); });
 }
 double exact_dz(double a) {
-  return 12 * series(a, 1, [](double k) { return k / L * std::sin(k / 2) / 2 / std::sinh(k / 2); });
+    return 12 *
+           series(a, 1, [](double k) { return k / L * std::sin(k / 2) / 2 / std::sinh(k / 2); });
 }
 double exact_dx(double a) {
-  return 12 * series(a, 2, [](double k) { return k / L * std::cos(k / 2) / 2 / std::cosh(k / 2); });
+    return 12 *
+           series(a, 2, [](double k) { return k / L * std::cos(k / 2) / 2 / std::cosh(k / 2); });
 }
 
 // Probability of panel j of each block from a table in cdf form (blocks stand for two halves or
 // two side faces, hence the halving of the face group's share).
 double lower_p(const gft_solver::PDFGFT& t, int j) {
-  return t.face_cdf[0] / 2 * (t.lower_cdf[j] - (j ? t.lower_cdf[j - 1] : 0));
+    return t.face_cdf[0] / 2 * (t.lower_cdf[j] - (j ? t.lower_cdf[j - 1] : 0));
 }
 double upper_p(const gft_solver::PDFGFT& t, int j) {
-  return (t.face_cdf[1] - t.face_cdf[0]) / 2 * (t.upper_cdf[j] - (j ? t.upper_cdf[j - 1] : 0));
+    return (t.face_cdf[1] - t.face_cdf[0]) / 2 * (t.upper_cdf[j] - (j ? t.upper_cdf[j - 1] : 0));
 }
 double side_p(const gft_solver::PDFGFT& t, int j) {
-  return (t.face_cdf[2] - t.face_cdf[1]) / 2 * (t.side_cdf[j] - (j ? t.side_cdf[j - 1] : 0));
+    return (t.face_cdf[2] - t.face_cdf[1]) / 2 * (t.side_cdf[j] - (j ? t.side_cdf[j - 1] : 0));
 }
 
 // Potential of a layered medium with unit flux: phi(z) = integral from 12 to z of dz/eps. It
 // solves the layered problem exactly (continuous, eps*phi' continuous) and is linear in each cell.
 double layered_phi(const std::vector<int>& itf, const std::vector<double>& eps, double z) {
-  auto from_zero = [&](double t) {
-    double s = 0, lo = 0;
-    for (size_t i = 0; i <= itf.size(); ++i) {
-      const double hi = i < itf.size() ? itf[i] : L;
-      const double b = std::min(hi, t);
-      if (b > lo) s += (b - lo) / eps[i];
-      lo = hi;
-    }
-    return s;
-  };
-  return from_zero(z) - from_zero(12);
+    auto from_zero = [&](double t) {
+        double s = 0, lo = 0;
+        for (size_t i = 0; i <= itf.size(); ++i) {
+            const double hi = i < itf.size() ? itf[i] : L;
+            const double b = std::min(hi, t);
+            if (b > lo) s += (b - lo) / eps[i];
+            lo = hi;
+        }
+        return s;
+    };
+    return from_zero(z) - from_zero(12);
 }
 
 struct Stack {
-  std::vector<int> itf;
-  std::vector<double> eps;
+    std::vector<int> itf;
+    std::vector<double> eps;
 };
 
 std::string solve_capturing(gft_solver& g, const Stack& s) {
-  testing::internal::CaptureStdout();
-  g.solve_pack(gft_solver::SOLVE_GFT, s.itf, s.eps);
-  g.solve_pack(gft_solver::SOLVE_WVTZ, s.itf, s.eps);
-  g.solve_pack(gft_solver::SOLVE_WVTX, s.itf, s.eps);
-  return testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+    g.solve_pack(gft_solver::SOLVE_GFT, s.itf, s.eps);
+    g.solve_pack(gft_solver::SOLVE_WVTZ, s.itf, s.eps);
+    g.solve_pack(gft_solver::SOLVE_WVTX, s.itf, s.eps);
+    return testing::internal::GetCapturedStdout();
 }
 
 TEST(GftSolverHomogeneous, FaceSharesAndPanelsMatchTheHarmonicMeasureOfTheSquare) {
-  // The series itself: a whole face from the centre has probability 1/4 by symmetry.
-  double face = 0;
-  for (int j = 0; j < 24; ++j) face += exact_probability(j);
-  ASSERT_NEAR(face, 0.25, 1e-12);
+    // The series itself: a whole face from the centre has probability 1/4 by symmetry.
+    double face = 0;
+    for (int j = 0; j < 24; ++j) face += exact_probability(j);
+    ASSERT_NEAR(face, 0.25, 1e-12);
 
-  gft_solver g;
-  g.solve_single();
-  const auto& t = g.gft;
-  EXPECT_NEAR(t.face_cdf[0], 0.25, 1e-12);
-  EXPECT_NEAR(t.face_cdf[1], 0.5, 1e-12);
-  EXPECT_EQ(t.face_cdf[2], 1.0);
-  // 8 modes with decay 1/cosh(m pi/2) leave < 1e-10 out; the panel integral by its midpoint
-  // costs 1 - sinc(m pi/48) < 7e-4 relative on the leading mode.
-  for (int j = 0; j < 12; ++j) {
-    const double exact = exact_probability(j);
-    EXPECT_NEAR(lower_p(t, j), exact, 1e-3 * exact) << j;
-    EXPECT_NEAR(upper_p(t, j), exact, 1e-3 * exact) << j;
-  }
-  for (int j = 0; j < 24; ++j) {
-    EXPECT_NEAR(side_p(t, j), exact_probability(j), 1e-3 * exact_probability(j)) << j;
-    EXPECT_NEAR(side_p(t, j), side_p(t, 23 - j), 1e-15) << j;
-  }
-  EXPECT_DOUBLE_EQ(t.lower_cdf[11], 1.0);
-  EXPECT_DOUBLE_EQ(t.side_cdf[23], 1.0);
+    gft_solver g;
+    g.solve_single();
+    const auto& t = g.gft;
+    EXPECT_NEAR(t.face_cdf[0], 0.25, 1e-12);
+    EXPECT_NEAR(t.face_cdf[1], 0.5, 1e-12);
+    EXPECT_EQ(t.face_cdf[2], 1.0);
+    // 8 modes with decay 1/cosh(m pi/2) leave < 1e-10 out; the panel integral by its midpoint
+    // costs 1 - sinc(m pi/48) < 7e-4 relative on the leading mode.
+    for (int j = 0; j < 12; ++j) {
+        const double exact = exact_probability(j);
+        EXPECT_NEAR(lower_p(t, j), exact, 1e-3 * exact) << j;
+        EXPECT_NEAR(upper_p(t, j), exact, 1e-3 * exact) << j;
+    }
+    for (int j = 0; j < 24; ++j) {
+        EXPECT_NEAR(side_p(t, j), exact_probability(j), 1e-3 * exact_probability(j)) << j;
+        EXPECT_NEAR(side_p(t, j), side_p(t, 23 - j), 1e-15) << j;
+    }
+    EXPECT_DOUBLE_EQ(t.lower_cdf[11], 1.0);
+    EXPECT_DOUBLE_EQ(t.side_cdf[23], 1.0);
 }
 
 TEST(GftSolverHomogeneous, WeightsMatchTheDerivativeKernels) {
-  gft_solver g;
-  g.solve_single();
-  // Exact total magnitude: faces across z carry |u_z| kernels, faces across x (by the 90 degree
-  // turn) |u_x| kernels, each on two faces of two halves; the same sum serves both tables.
-  double total = 0;
-  for (int j = 0; j < 12; ++j) total += 4 * std::fabs(exact_dz(j)) + 4 * std::fabs(exact_dx(j));
-  // The kernels weigh mode m by m, so the midpoint error of the higher modes shows more than in
-  // the probabilities: within 2e-3 on the total, 5e-3 on single panels.
-  EXPECT_NEAR(g.wvtz.total_weight, total, 2e-3 * total);
-  EXPECT_NEAR(g.wvtx.total_weight, total, 2e-3 * total);
-  double lower = 0;
-  for (int j = 0; j < 12; ++j) lower += 2 * std::fabs(exact_dz(j));
-  EXPECT_NEAR(g.wvtz.face_cdf[0], lower / total, 2e-3);
+    gft_solver g;
+    g.solve_single();
+    // Exact total magnitude: faces across z carry |u_z| kernels, faces across x (by the 90 degree
+    // turn) |u_x| kernels, each on two faces of two halves; the same sum serves both tables.
+    double total = 0;
+    for (int j = 0; j < 12; ++j) total += 4 * std::fabs(exact_dz(j)) + 4 * std::fabs(exact_dx(j));
+    // The kernels weigh mode m by m, so the midpoint error of the higher modes shows more than in
+    // the probabilities: within 2e-3 on the total, 5e-3 on single panels.
+    EXPECT_NEAR(g.wvtz.total_weight, total, 2e-3 * total);
+    EXPECT_NEAR(g.wvtx.total_weight, total, 2e-3 * total);
+    double lower = 0;
+    for (int j = 0; j < 12; ++j) lower += 2 * std::fabs(exact_dz(j));
+    EXPECT_NEAR(g.wvtz.face_cdf[0], lower / total, 2e-3);
 
-  // The sign on the side: a unit potential low on a side face pulls the field down.
-  for (int j = 0; j < 12; ++j) {
-    EXPECT_FALSE(g.wvtz.side_sign[j]) << j;
-    EXPECT_TRUE(g.wvtz.side_sign[23 - j]) << j;
-  }
-  // Raw panel weights before normalising (find_* refill the upper block only).
-  g.find_WVTz();
-  g.find_WVTx();
-  for (int j = 0; j < 12; ++j) {
-    EXPECT_NEAR(g.wvtz.upper_cdf[j], exact_dz(j), 5e-3 * std::fabs(exact_dz(j))) << j;
-    EXPECT_NEAR(g.wvtx.upper_cdf[j], exact_dx(j), 5e-3 * std::fabs(exact_dx(j))) << j;
-    EXPECT_LT(g.wvtx.upper_cdf[j], 0) << j;  // left half of the face: u_x < 0
-  }
+    // The sign on the side: a unit potential low on a side face pulls the field down.
+    for (int j = 0; j < 12; ++j) {
+        EXPECT_FALSE(g.wvtz.side_sign[j]) << j;
+        EXPECT_TRUE(g.wvtz.side_sign[23 - j]) << j;
+    }
+    // Raw panel weights before normalising (find_* refill the upper block only).
+    g.find_WVTz();
+    g.find_WVTx();
+    for (int j = 0; j < 12; ++j) {
+        EXPECT_NEAR(g.wvtz.upper_cdf[j], exact_dz(j), 5e-3 * std::fabs(exact_dz(j))) << j;
+        EXPECT_NEAR(g.wvtx.upper_cdf[j], exact_dx(j), 5e-3 * std::fabs(exact_dx(j))) << j;
+        EXPECT_LT(g.wvtx.upper_cdf[j], 0) << j;  // left half of the face: u_x < 0
+    }
 }
 
 TEST(GftSolverSideFaces, DifferenceSchemeMatchesTheSquareWhereNoContrastIs) {
-  // An interface between equal permittivities must change nothing physical: the modes across
-  // z are exact, the side faces come from the 24-cell difference scheme.
-  gft_solver single, g;
-  single.solve_single();
-  g.solve_pack(gft_solver::SOLVE_GFT, {6}, {1.0, 1.0});
-  g.find_GFT();  // raw values
-  for (int j = 0; j < 12; ++j) {
-    EXPECT_NEAR(g.gft.upper_cdf[j], g.gft.lower_cdf[j], 1e-14);
-    EXPECT_NEAR(g.gft.upper_cdf[j], exact_probability(j), 1e-3 * exact_probability(j));
-  }
-  // Interior cells: second-order scheme, within 2.5e-3 relative. The corner cell's stencil,
-  // with the face half a cell away, spans a control volume of 3/4 cell, so it holds 3/4 of its
-  // panel. The two cells at the interface node split their pair's share unevenly, but the pair
-  // holds it.
-  for (int j = 1; j < 23; ++j) {
-    if (j == 5 || j == 6) continue;
-    EXPECT_NEAR(g.gft.side_cdf[j], exact_probability(j), 2.5e-3 * exact_probability(j)) << j;
-  }
-  EXPECT_NEAR(g.gft.side_cdf[0], 0.75 * exact_probability(0), 1e-2 * exact_probability(0));
-  EXPECT_NEAR(g.gft.side_cdf[23], 0.75 * exact_probability(23), 1e-2 * exact_probability(23));
-  const double pair = exact_probability(5) + exact_probability(6);
-  EXPECT_NEAR(g.gft.side_cdf[5] + g.gft.side_cdf[6], pair, 2.5e-3 * pair);
+    // An interface between equal permittivities must change nothing physical: the modes across
+    // z are exact, the side faces come from the 24-cell difference scheme.
+    gft_solver single, g;
+    single.solve_single();
+    g.solve_pack(gft_solver::SOLVE_GFT, {6}, {1.0, 1.0});
+    g.find_GFT();  // raw values
+    for (int j = 0; j < 12; ++j) {
+        EXPECT_NEAR(g.gft.upper_cdf[j], g.gft.lower_cdf[j], 1e-14);
+        EXPECT_NEAR(g.gft.upper_cdf[j], exact_probability(j), 1e-3 * exact_probability(j));
+    }
+    // Interior cells: second-order scheme, within 2.5e-3 relative. The corner cell's stencil,
+    // with the face half a cell away, spans a control volume of 3/4 cell, so it holds 3/4 of its
+    // panel. The two cells at the interface node split their pair's share unevenly, but the pair
+    // holds it.
+    for (int j = 1; j < 23; ++j) {
+        if (j == 5 || j == 6) continue;
+        EXPECT_NEAR(g.gft.side_cdf[j], exact_probability(j), 2.5e-3 * exact_probability(j)) << j;
+    }
+    EXPECT_NEAR(g.gft.side_cdf[0], 0.75 * exact_probability(0), 1e-2 * exact_probability(0));
+    EXPECT_NEAR(g.gft.side_cdf[23], 0.75 * exact_probability(23), 1e-2 * exact_probability(23));
+    const double pair = exact_probability(5) + exact_probability(6);
+    EXPECT_NEAR(g.gft.side_cdf[5] + g.gft.side_cdf[6], pair, 2.5e-3 * pair);
 }
 
 TEST(GftSolverLayered, ContrastDrawsTheWalkerIntoTheHigherPermittivity) {
-  gft_solver up, down;
-  up.solve_pack(gft_solver::SOLVE_GFT, {12}, {1.0, 10.0});
-  down.solve_pack(gft_solver::SOLVE_GFT, {12}, {10.0, 1.0});
-  const auto& t = up.gft;
-  EXPECT_GT(t.face_cdf[1] - t.face_cdf[0], 2 * t.face_cdf[0]);
-  double low = 0, high = 0;
-  for (int j = 0; j < 12; ++j) low += side_p(t, j), high += side_p(t, 23 - j);
-  EXPECT_GT(high, 2 * low);
-  for (double v : {t.lower_cdf[11], t.upper_cdf[11], t.side_cdf[23]}) EXPECT_NEAR(v, 1.0, 1e-12);
-  // The mirrored stack gives the mirrored table.
-  EXPECT_NEAR(down.gft.face_cdf[0], t.face_cdf[1] - t.face_cdf[0], 1e-9);
-  for (int j = 0; j < 12; ++j) {
-    EXPECT_NEAR(lower_p(down.gft, j), upper_p(t, j), 1e-9);
-    EXPECT_NEAR(upper_p(down.gft, j), lower_p(t, j), 1e-9);
-  }
-  for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(down.gft, j), side_p(t, 23 - j), 1e-9) << j;
+    gft_solver up, down;
+    up.solve_pack(gft_solver::SOLVE_GFT, {12}, {1.0, 10.0});
+    down.solve_pack(gft_solver::SOLVE_GFT, {12}, {10.0, 1.0});
+    const auto& t = up.gft;
+    EXPECT_GT(t.face_cdf[1] - t.face_cdf[0], 2 * t.face_cdf[0]);
+    double low = 0, high = 0;
+    for (int j = 0; j < 12; ++j) low += side_p(t, j), high += side_p(t, 23 - j);
+    EXPECT_GT(high, 2 * low);
+    for (double v : {t.lower_cdf[11], t.upper_cdf[11], t.side_cdf[23]}) EXPECT_NEAR(v, 1.0, 1e-12);
+    // The mirrored stack gives the mirrored table.
+    EXPECT_NEAR(down.gft.face_cdf[0], t.face_cdf[1] - t.face_cdf[0], 1e-9);
+    for (int j = 0; j < 12; ++j) {
+        EXPECT_NEAR(lower_p(down.gft, j), upper_p(t, j), 1e-9);
+        EXPECT_NEAR(upper_p(down.gft, j), lower_p(t, j), 1e-9);
+    }
+    for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(down.gft, j), side_p(t, 23 - j), 1e-9) << j;
 }
 
 TEST(GftSolverLayered, SymmetricStackGivesMirroredBlocks) {
-  gft_solver g;
-  g.solve_pack(gft_solver::SOLVE_GFT, {6, 18}, {1.0, 4.0, 1.0});
-  for (int j = 0; j < 12; ++j) EXPECT_NEAR(g.gft.lower_cdf[j], g.gft.upper_cdf[j], 1e-13);
-  EXPECT_NEAR(g.gft.face_cdf[0], 0.5 * g.gft.face_cdf[1], 1e-12);
-  for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(g.gft, j), side_p(g.gft, 23 - j), 1e-9) << j;
+    gft_solver g;
+    g.solve_pack(gft_solver::SOLVE_GFT, {6, 18}, {1.0, 4.0, 1.0});
+    for (int j = 0; j < 12; ++j) EXPECT_NEAR(g.gft.lower_cdf[j], g.gft.upper_cdf[j], 1e-13);
+    EXPECT_NEAR(g.gft.face_cdf[0], 0.5 * g.gft.face_cdf[1], 1e-12);
+    for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(g.gft, j), side_p(g.gft, 23 - j), 1e-9) << j;
 
-  g.solve_pack(gft_solver::SOLVE_WVTZ, {6, 18}, {1.0, 4.0, 1.0});
-  g.find_WVTz();  // raw signed weights
-  for (int j = 0; j < 12; ++j) {
-    EXPECT_GT(g.wvtz.upper_cdf[j], 0);
-    EXPECT_NEAR(g.wvtz.lower_cdf[j], -g.wvtz.upper_cdf[j], 1e-12);
-  }
-  for (int j = 0; j < 24; ++j) EXPECT_NEAR(g.wvtz.side_cdf[j], -g.wvtz.side_cdf[23 - j], 1e-9);
+    g.solve_pack(gft_solver::SOLVE_WVTZ, {6, 18}, {1.0, 4.0, 1.0});
+    g.find_WVTz();  // raw signed weights
+    for (int j = 0; j < 12; ++j) {
+        EXPECT_GT(g.wvtz.upper_cdf[j], 0);
+        EXPECT_NEAR(g.wvtz.lower_cdf[j], -g.wvtz.upper_cdf[j], 1e-12);
+    }
+    for (int j = 0; j < 24; ++j) EXPECT_NEAR(g.wvtz.side_cdf[j], -g.wvtz.side_cdf[23 - j], 1e-9);
 }
 
 // Exact statements for any layered box, each to the discretisation's accuracy (about 1e-3):
@@ -207,108 +209,108 @@ TEST(GftSolverLayered, SymmetricStackGivesMirroredBlocks) {
 class GftSolverIdentities : public testing::TestWithParam<Stack> {};
 
 TEST_P(GftSolverIdentities, RawTablesReproduceLayeredPotentials) {
-  const Stack s = GetParam();
-  gft_solver g;
-  const std::string out = solve_capturing(g, s);
-  EXPECT_EQ(out.find("complex"), std::string::npos) << out;
-  for (const double* v : {g.gft.lower_cdf + 11, g.gft.upper_cdf + 11, g.gft.side_cdf + 23,
-                          g.wvtz.side_cdf + 23, g.wvtx.side_cdf + 23})
-    EXPECT_NEAR(*v, 1.0, 1e-12);
+    const Stack s = GetParam();
+    gft_solver g;
+    const std::string out = solve_capturing(g, s);
+    EXPECT_EQ(out.find("complex"), std::string::npos) << out;
+    for (const double* v : {g.gft.lower_cdf + 11, g.gft.upper_cdf + 11, g.gft.side_cdf + 23,
+                            g.wvtz.side_cdf + 23, g.wvtx.side_cdf + 23})
+        EXPECT_NEAR(*v, 1.0, 1e-12);
 
-  g.find_GFT();
-  g.find_WVTz();
-  g.find_WVTx();
-  const double phi_lo = layered_phi(s.itf, s.eps, 0), phi_hi = layered_phi(s.itf, s.eps, L);
-  double p = 0, pphi = 0, wz = 0, wzabs = 0, wzphi = 0, wx = 0;
-  for (int j = 0; j < 12; ++j) {
-    p += 2 * (g.gft.lower_cdf[j] + g.gft.upper_cdf[j]);
-    pphi += 2 * (g.gft.lower_cdf[j] * phi_lo + g.gft.upper_cdf[j] * phi_hi);
-    wz += 2 * (g.wvtz.lower_cdf[j] + g.wvtz.upper_cdf[j]);
-    wzabs += 2 * (std::fabs(g.wvtz.lower_cdf[j]) + std::fabs(g.wvtz.upper_cdf[j]));
-    wzphi += 2 * (g.wvtz.lower_cdf[j] * phi_lo + g.wvtz.upper_cdf[j] * phi_hi);
-    const double x = (2 * j + 1) / 24.0 - 1;  // panel centre, box units; the mirror has -x, -w
-    wx += 2 * (g.wvtx.lower_cdf[j] + g.wvtx.upper_cdf[j]) * x;
-  }
-  for (int j = 0; j < 24; ++j) {
-    const double phi = layered_phi(s.itf, s.eps, j + 0.5);
-    p += 2 * g.gft.side_cdf[j];
-    pphi += 2 * g.gft.side_cdf[j] * phi;
-    wz += 2 * g.wvtz.side_cdf[j];
-    wzabs += 2 * std::fabs(g.wvtz.side_cdf[j]);
-    wzphi += 2 * g.wvtz.side_cdf[j] * phi;
-    wx += -2 * g.wvtx.side_cdf[j];  // the block is the face at x = -1; the other has x = +1
-  }
-  const size_t centre_layer = std::lower_bound(s.itf.begin(), s.itf.end(), 12) - s.itf.begin();
-  const double expect_dz = 12 / s.eps[centre_layer];
-  const double scale = std::max(std::fabs(phi_lo), std::fabs(phi_hi));
-  EXPECT_NEAR(p, 1.0, 1.5e-3);
-  EXPECT_NEAR(pphi, 0.0, 1e-3 * scale);
-  EXPECT_NEAR(wz, 0.0, 1e-3 * wzabs);
-  EXPECT_NEAR(wzphi, expect_dz, 2e-3 * expect_dz);
-  EXPECT_NEAR(wx, 1.0, 3e-3);
+    g.find_GFT();
+    g.find_WVTz();
+    g.find_WVTx();
+    const double phi_lo = layered_phi(s.itf, s.eps, 0), phi_hi = layered_phi(s.itf, s.eps, L);
+    double p = 0, pphi = 0, wz = 0, wzabs = 0, wzphi = 0, wx = 0;
+    for (int j = 0; j < 12; ++j) {
+        p += 2 * (g.gft.lower_cdf[j] + g.gft.upper_cdf[j]);
+        pphi += 2 * (g.gft.lower_cdf[j] * phi_lo + g.gft.upper_cdf[j] * phi_hi);
+        wz += 2 * (g.wvtz.lower_cdf[j] + g.wvtz.upper_cdf[j]);
+        wzabs += 2 * (std::fabs(g.wvtz.lower_cdf[j]) + std::fabs(g.wvtz.upper_cdf[j]));
+        wzphi += 2 * (g.wvtz.lower_cdf[j] * phi_lo + g.wvtz.upper_cdf[j] * phi_hi);
+        const double x = (2 * j + 1) / 24.0 - 1;  // panel centre, box units; the mirror has -x, -w
+        wx += 2 * (g.wvtx.lower_cdf[j] + g.wvtx.upper_cdf[j]) * x;
+    }
+    for (int j = 0; j < 24; ++j) {
+        const double phi = layered_phi(s.itf, s.eps, j + 0.5);
+        p += 2 * g.gft.side_cdf[j];
+        pphi += 2 * g.gft.side_cdf[j] * phi;
+        wz += 2 * g.wvtz.side_cdf[j];
+        wzabs += 2 * std::fabs(g.wvtz.side_cdf[j]);
+        wzphi += 2 * g.wvtz.side_cdf[j] * phi;
+        wx += -2 * g.wvtx.side_cdf[j];  // the block is the face at x = -1; the other has x = +1
+    }
+    const size_t centre_layer = std::lower_bound(s.itf.begin(), s.itf.end(), 12) - s.itf.begin();
+    const double expect_dz = 12 / s.eps[centre_layer];
+    const double scale = std::max(std::fabs(phi_lo), std::fabs(phi_hi));
+    EXPECT_NEAR(p, 1.0, 1.5e-3);
+    EXPECT_NEAR(pphi, 0.0, 1e-3 * scale);
+    EXPECT_NEAR(wz, 0.0, 1e-3 * wzabs);
+    EXPECT_NEAR(wzphi, expect_dz, 2e-3 * expect_dz);
+    EXPECT_NEAR(wx, 1.0, 3e-3);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Stacks, GftSolverIdentities,
-    testing::Values(Stack{{12}, {1.0, 10.0}},          // interface on the centre node
+    testing::Values(Stack{{12}, {1.0, 10.0}},  // interface on the centre node
                     Stack{{12}, {10.0, 1.0}},
                     Stack{{1, 23}, {3.0, 1.0, 2.0}},   // next to both faces
                     Stack{{11, 12}, {1.0, 4.0, 2.0}},  // adjacent nodes through the centre
-                    Stack{{12, 13}, {1.0, 9.0, 3.0}},
-                    Stack{{5, 9, 15}, {2.0, 7.0, 1.0, 4.0}},
+                    Stack{{12, 13}, {1.0, 9.0, 3.0}}, Stack{{5, 9, 15}, {2.0, 7.0, 1.0, 4.0}},
                     Stack{{3}, {1.0, 50.0}}));
 
 TEST(GftSolverStack, AlignmentKeepsTheFirstOfEqualNodesAndTheLayerAboveTheLast) {
-  gft_solver g;
-  // size 24: one cell per unit. 0.2 -> node 0 (out), 5.4 and 5.45 -> node 5 (the first kept),
-  // 12.0 -> 12, 30 -> out. The top eps is the one above the last height in range (index 2).
-  g.interface_aligned({0.2, 5.4, 5.45, 12.0, 30.0}, {1, 2, 3, 4, 5, 6}, 24.0);
-  EXPECT_EQ(g.interfaces, (std::vector<int>{5, 12}));
-  EXPECT_EQ(g.eps, (std::vector<double>{2, 4, 5}));
-  EXPECT_EQ(g.n_interfaces, 2);
-  ASSERT_EQ(g.node_to_interface.size(), 25u);
-  EXPECT_EQ(g.node_to_interface[5], 0);
-  EXPECT_EQ(g.node_to_interface[12], 1);
-  EXPECT_EQ(std::count(g.node_to_interface.begin(), g.node_to_interface.end(), -1), 23);
+    gft_solver g;
+    // size 24: one cell per unit. 0.2 -> node 0 (out), 5.4 and 5.45 -> node 5 (the first kept),
+    // 12.0 -> 12, 30 -> out. The top eps is the one above the last height in range (index 2).
+    g.interface_aligned({0.2, 5.4, 5.45, 12.0, 30.0}, {1, 2, 3, 4, 5, 6}, 24.0);
+    EXPECT_EQ(g.interfaces, (std::vector<int>{5, 12}));
+    EXPECT_EQ(g.eps, (std::vector<double>{2, 4, 5}));
+    EXPECT_EQ(g.n_interfaces, 2);
+    ASSERT_EQ(g.node_to_interface.size(), 25u);
+    EXPECT_EQ(g.node_to_interface[5], 0);
+    EXPECT_EQ(g.node_to_interface[12], 1);
+    EXPECT_EQ(std::count(g.node_to_interface.begin(), g.node_to_interface.end(), -1), 23);
 
-  // A box of side 48: 11.0 rounds to node 6 (5.5 rounds away from zero).
-  gft_solver a, b;
-  a.solve(gft_solver::SOLVE_GFT, {11.0}, {1.0, 3.0}, 48.0);
-  b.solve_pack(gft_solver::SOLVE_GFT, {6}, {1.0, 3.0});
-  for (int j = 0; j < 24; ++j) EXPECT_EQ(a.gft.side_cdf[j], b.gft.side_cdf[j]);
+    // A box of side 48: 11.0 rounds to node 6 (5.5 rounds away from zero).
+    gft_solver a, b;
+    a.solve(gft_solver::SOLVE_GFT, {11.0}, {1.0, 3.0}, 48.0);
+    b.solve_pack(gft_solver::SOLVE_GFT, {6}, {1.0, 3.0});
+    for (int j = 0; j < 24; ++j) EXPECT_EQ(a.gft.side_cdf[j], b.gft.side_cdf[j]);
 }
 
 TEST(GftSolverStack, SolveOfAStackWithoutInterfaceNormalisesTwice) {
-  gft_solver g;
-  g.solve(gft_solver::SOLVE_GFT, {30.0}, {1.0, 2.0}, 24.0);
-  EXPECT_EQ(g.n_interfaces, 0);
-  EXPECT_EQ(g.eps, std::vector<double>{1.0});
-  // After the second pass each block is the running sum of a rising cdf divided by its total,
-  // and the face shares weigh the sums of the cumulative values of the single solve.
-  gft_solver h;
-  h.solve_single();
-  double sl = 0, su = 0, ss = 0;
-  for (int j = 0; j < 12; ++j) sl += h.gft.lower_cdf[j], su += h.gft.upper_cdf[j];
-  for (int j = 0; j < 24; ++j) ss += h.gft.side_cdf[j];
-  EXPECT_NEAR(g.gft.face_cdf[0], sl / (sl + su + ss), 1e-12);
-  EXPECT_NEAR(g.gft.lower_cdf[0], h.gft.lower_cdf[0] / sl, 1e-12);
-  EXPECT_NEAR(g.gft.side_cdf[23], 1.0, 1e-12);
-  // The records not named keep the single pass.
-  EXPECT_EQ(g.wvtz.face_cdf[1], h.wvtz.face_cdf[1]);
+    gft_solver g;
+    g.solve(gft_solver::SOLVE_GFT, {30.0}, {1.0, 2.0}, 24.0);
+    EXPECT_EQ(g.n_interfaces, 0);
+    EXPECT_EQ(g.eps, std::vector<double>{1.0});
+    // After the second pass each block is the running sum of a rising cdf divided by its total,
+    // and the face shares weigh the sums of the cumulative values of the single solve.
+    gft_solver h;
+    h.solve_single();
+    double sl = 0, su = 0, ss = 0;
+    for (int j = 0; j < 12; ++j) sl += h.gft.lower_cdf[j], su += h.gft.upper_cdf[j];
+    for (int j = 0; j < 24; ++j) ss += h.gft.side_cdf[j];
+    EXPECT_NEAR(g.gft.face_cdf[0], sl / (sl + su + ss), 1e-12);
+    EXPECT_NEAR(g.gft.lower_cdf[0], h.gft.lower_cdf[0] / sl, 1e-12);
+    EXPECT_NEAR(g.gft.side_cdf[23], 1.0, 1e-12);
+    // The records not named keep the single pass.
+    EXPECT_EQ(g.wvtz.face_cdf[1], h.wvtz.face_cdf[1]);
 }
 
 TEST(GftSolverStack, DumpPackAppendsTheNineBlocksThenTheTwoTotals) {
-  gft_solver g;
-  g.solve_single();
-  std::vector<double> out{-7.0};
-  g.dump_pack(out);
-  // Per record lower (12), upper (12), side (24): GFT, WVTz, WVTx; after them the total weights.
-  ASSERT_EQ(out.size(), 1u + 3 * 48 + 2);
-  EXPECT_EQ(out[0], -7.0);
-  EXPECT_EQ(std::vector<double>({out[1], out[13], out[25], out[49], out[144], out[145], out[146]}),
-            std::vector<double>({g.gft.lower_cdf[0], g.gft.upper_cdf[0], g.gft.side_cdf[0],
-                                 g.wvtz.lower_cdf[0], g.wvtx.side_cdf[23], g.wvtz.total_weight,
-                                 g.wvtx.total_weight}));
+    gft_solver g;
+    g.solve_single();
+    std::vector<double> out{-7.0};
+    g.dump_pack(out);
+    // Per record lower (12), upper (12), side (24): GFT, WVTz, WVTx; after them the total weights.
+    ASSERT_EQ(out.size(), 1u + 3 * 48 + 2);
+    EXPECT_EQ(out[0], -7.0);
+    EXPECT_EQ(
+        std::vector<double>({out[1], out[13], out[25], out[49], out[144], out[145], out[146]}),
+        std::vector<double>({g.gft.lower_cdf[0], g.gft.upper_cdf[0], g.gft.side_cdf[0],
+                             g.wvtz.lower_cdf[0], g.wvtx.side_cdf[23], g.wvtz.total_weight,
+                             g.wvtx.total_weight}));
 }
 
 }  // namespace

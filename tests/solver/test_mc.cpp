@@ -20,7 +20,9 @@ using namespace RW2D;
 
 namespace {
 
-Rectangle rect(double x0, double y0, double x1, double y1) { return Rectangle(x0, x1, y1, y0); }
+Rectangle rect(double x0, double y0, double x1, double y1) {
+    return Rectangle(x0, x1, y1, y0);
+}
 
 // Master [0, 1]^2 with a neighbour 1 to its right: margin 0.5, Gaussian rectangle
 // [-0.5, 1.5] x [-0.5, 1.5], contour 8 when the window holds it.
@@ -208,7 +210,7 @@ TEST(SolverEntry, ConcurrentCallsGiveTheAnswersOfSequentialCalls) {
     const std::vector<Call> cs = calls();
     std::vector<std::vector<double>> serial(cs.size()), parallel(cs.size());
     for (std::size_t i = 0; i < cs.size(); ++i) serial[i] = run(cs[i]);
-    // As the pattern generator calls it: from the workers of its own team.
+        // As the pattern generator calls it: from the workers of its own team.
 #pragma omp parallel for schedule(dynamic, 1) num_threads(3)
     for (std::size_t i = 0; i < cs.size(); ++i) parallel[i] = run(cs[i]);
     for (std::size_t i = 0; i < cs.size(); ++i) EXPECT_EQ(serial[i], parallel[i]) << "call " << i;

@@ -1,11 +1,11 @@
 // Box fitting against hand-worked geometry, and the draws from the tables against the physics
 // the tables stand for.
-#include "solver/online_table_fitter.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <memory>
+
+#include "solver/online_table_fitter.h"
 
 namespace {
 
@@ -13,257 +13,267 @@ using namespace RW2D;
 
 // A medium manager over a window with the given layers ({bottom, eps}) and blocks.
 struct Scene {
-  MediumManager media;
-  std::vector<std::unique_ptr<Rectangle>> rects;
+    MediumManager media;
+    std::vector<std::unique_ptr<Rectangle>> rects;
 
-  Scene(const std::vector<std::array<double, 2>>& layers,
-        const std::vector<std::pair<double, Rectangle>>& blocks,
-        Rectangle window = Rectangle(-50, 50, 50, -50)) {
-    std::vector<std::pair<double, Rectangle*>> pieces;
-    for (const auto& [e, r] : blocks) {
-      rects.push_back(std::make_unique<Rectangle>(r));
-      pieces.emplace_back(e, rects.back().get());
+    Scene(const std::vector<std::array<double, 2>>& layers,
+          const std::vector<std::pair<double, Rectangle>>& blocks,
+          Rectangle window = Rectangle(-50, 50, 50, -50)) {
+        std::vector<std::pair<double, Rectangle*>> pieces;
+        for (const auto& [e, r] : blocks) {
+            rects.push_back(std::make_unique<Rectangle>(r));
+            pieces.emplace_back(e, rects.back().get());
+        }
+        media.init(layers, pieces, &window);
     }
-    media.init(layers, pieces, &window);
-  }
 };
 
 TEST(OnlineTableFitter, EmptyBoxTakesTheLayersAndDrawsNothing) {
-  Scene s({{-50, 1}, {5, 3}, {8, 2}}, {});
-  online_table_fitter f;
-  RandGen rng(7), before(7);
-  double size = 3;
-  f.fit(s.media, {0, 6}, size, false, &rng);
-  EXPECT_EQ(f.direction, 1);
-  EXPECT_EQ(size, 3);
-  EXPECT_EQ(f.heights, (std::vector<double>{0, 2, 5}));  // box 3..9: boundaries at 5 and 8
-  EXPECT_EQ(f.eps, (std::vector<double>{1, 3, 2}));
-  EXPECT_TRUE(f.candidates.empty());
-  EXPECT_TRUE(rng.engine == before.engine);
-  // A box whose bottom is on a boundary starts with the layer above it.
-  size = 1;
-  f.fit(s.media, {0, 6}, size, true, &rng);
-  EXPECT_EQ(f.heights, (std::vector<double>{0}));
-  EXPECT_EQ(f.eps, (std::vector<double>{3}));
-  size = 1;
-  f.fit(s.media, {0, 9}, size, true, &rng);
-  EXPECT_EQ(f.heights, (std::vector<double>{0}));
-  EXPECT_EQ(f.eps, (std::vector<double>{2}));
+    Scene s({{-50, 1}, {5, 3}, {8, 2}}, {});
+    online_table_fitter f;
+    RandGen rng(7), before(7);
+    double size = 3;
+    f.fit(s.media, {0, 6}, size, false, &rng);
+    EXPECT_EQ(f.direction, 1);
+    EXPECT_EQ(size, 3);
+    EXPECT_EQ(f.heights, (std::vector<double>{0, 2, 5}));  // box 3..9: boundaries at 5 and 8
+    EXPECT_EQ(f.eps, (std::vector<double>{1, 3, 2}));
+    EXPECT_TRUE(f.candidates.empty());
+    EXPECT_TRUE(rng.engine == before.engine);
+    // A box whose bottom is on a boundary starts with the layer above it.
+    size = 1;
+    f.fit(s.media, {0, 6}, size, true, &rng);
+    EXPECT_EQ(f.heights, (std::vector<double>{0}));
+    EXPECT_EQ(f.eps, (std::vector<double>{3}));
+    size = 1;
+    f.fit(s.media, {0, 9}, size, true, &rng);
+    EXPECT_EQ(f.heights, (std::vector<double>{0}));
+    EXPECT_EQ(f.eps, (std::vector<double>{2}));
 }
 
 TEST(OnlineTableFitter, MediumAtNinetyEightPercentIsOutside) {
-  online_table_fitter f;
-  RandGen rng(1);
-  double size = 1;
-  Scene out({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.98)}});
-  f.fit(out.media, {0, 0}, size, true, &rng);
-  EXPECT_TRUE(f.candidates.empty());
-  Scene in({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.97)}});
-  f.fit(in.media, {0, 0}, size, true, &rng);
-  EXPECT_EQ(f.candidates.size(), 1u);
+    online_table_fitter f;
+    RandGen rng(1);
+    double size = 1;
+    Scene out({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.98)}});
+    f.fit(out.media, {0, 0}, size, true, &rng);
+    EXPECT_TRUE(f.candidates.empty());
+    Scene in({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.97)}});
+    f.fit(in.media, {0, 0}, size, true, &rng);
+    EXPECT_EQ(f.candidates.size(), 1u);
 }
 
 TEST(OnlineTableFitter, BlockBesideTheCentreGivesAStackAlongX) {
-  // A block filling x >= 0.5 over the whole box height: its vertical edge crosses the box (length
-  // 2) and no horizontal one does, so the stack runs along x: eps 1 up to 1.5 from the box's
-  // left edge, then 4.
-  Scene s({{-50, 1}}, {{4.0, Rectangle(0.5, 2, 2, -2)}});
-  online_table_fitter f;
-  RandGen rng(3), replay(3);
-  double size = 1;
-  f.fit(s.media, {0, 0}, size, true, &rng);
-  EXPECT_EQ(size, 1);
-  EXPECT_EQ(f.direction, 2);
-  ASSERT_EQ(f.heights.size(), 2u);
-  EXPECT_DOUBLE_EQ(f.heights[1], 1.5);
-  EXPECT_EQ(f.heights[0], 0);
-  EXPECT_DOUBLE_EQ(f.eps[0], 1.0);  // sampled from the layers: every sample finds eps 1
-  EXPECT_DOUBLE_EQ(f.eps[1], 4.0);  // every sample falls inside the block's z range
-  for (int i = 0; i < 4; ++i) replay.uniform();
-  EXPECT_TRUE(rng.engine == replay.engine);  // exactly four draws
+    // A block filling x >= 0.5 over the whole box height: its vertical edge crosses the box (length
+    // 2) and no horizontal one does, so the stack runs along x: eps 1 up to 1.5 from the box's
+    // left edge, then 4.
+    Scene s({{-50, 1}}, {{4.0, Rectangle(0.5, 2, 2, -2)}});
+    online_table_fitter f;
+    RandGen rng(3), replay(3);
+    double size = 1;
+    f.fit(s.media, {0, 0}, size, true, &rng);
+    EXPECT_EQ(size, 1);
+    EXPECT_EQ(f.direction, 2);
+    ASSERT_EQ(f.heights.size(), 2u);
+    EXPECT_DOUBLE_EQ(f.heights[1], 1.5);
+    EXPECT_EQ(f.heights[0], 0);
+    EXPECT_DOUBLE_EQ(f.eps[0], 1.0);  // sampled from the layers: every sample finds eps 1
+    EXPECT_DOUBLE_EQ(f.eps[1], 4.0);  // every sample falls inside the block's z range
+    for (int i = 0; i < 4; ++i) replay.uniform();
+    EXPECT_TRUE(rng.engine == replay.engine);  // exactly four draws
 }
 
 TEST(OnlineTableFitter, ShrinksToTheBlockAndKeepsEmptyStrataExact) {
-  // Layer boundary at z = -0.5, block eps 5 over |x| < 0.5 from z = 0.2 up. Worked by hand:
-  // hz = 0.5 (block sides), hx = 0.2 (block bottom), t = min(0.5, hx) = 0.2, w = max(t, hz) = 0.5.
-  Scene s({{-50, 1}, {-0.5, 2}}, {{5.0, Rectangle(-0.5, 0.5, 5, 0.2)}});
-  online_table_fitter f;
-  RandGen rng(11);
-  double size = 1;
-  f.fit(s.media, {0, 0}, size, false, &rng);
-  EXPECT_DOUBLE_EQ(size, 0.5);
-  EXPECT_EQ(f.direction, 1);
-  ASSERT_EQ(f.heights.size(), 2u);
-  EXPECT_EQ(f.heights[0], 0);
-  EXPECT_DOUBLE_EQ(f.heights[1], 0.7);  // block bottom 0.2 above the box bottom -0.5
-  EXPECT_EQ(f.eps[0], 2.0);             // no media: the layer value, not sampled
-  EXPECT_DOUBLE_EQ(f.eps[1], 5.0);      // the block spans all transverse samples
+    // Layer boundary at z = -0.5, block eps 5 over |x| < 0.5 from z = 0.2 up. Worked by hand:
+    // hz = 0.5 (block sides), hx = 0.2 (block bottom), t = min(0.5, hx) = 0.2, w = max(t, hz) =
+    // 0.5.
+    Scene s({{-50, 1}, {-0.5, 2}}, {{5.0, Rectangle(-0.5, 0.5, 5, 0.2)}});
+    online_table_fitter f;
+    RandGen rng(11);
+    double size = 1;
+    f.fit(s.media, {0, 0}, size, false, &rng);
+    EXPECT_DOUBLE_EQ(size, 0.5);
+    EXPECT_EQ(f.direction, 1);
+    ASSERT_EQ(f.heights.size(), 2u);
+    EXPECT_EQ(f.heights[0], 0);
+    EXPECT_DOUBLE_EQ(f.heights[1], 0.7);  // block bottom 0.2 above the box bottom -0.5
+    EXPECT_EQ(f.eps[0], 2.0);             // no media: the layer value, not sampled
+    EXPECT_DOUBLE_EQ(f.eps[1], 5.0);      // the block spans all transverse samples
 }
 
 TEST(OnlineTableFitter, TinyClearanceFallsBackOnQuarters) {
-  // Layer boundary 0.05 above the centre and a block over x >= 0: w = 0.05 < 0.2 a.
-  Scene s({{-50, 1}, {0.05, 3}}, {{4.0, Rectangle(0, 2, 2, -2)}});
-  online_table_fitter f;
-  RandGen rng(5), replay(5);
-  double size = 1;
-  f.fit(s.media, {0, 0}, size, false, &rng);
-  EXPECT_EQ(f.direction, 0);
-  EXPECT_EQ(size, 1);
-  EXPECT_EQ(f.heights, (std::vector<double>(4, 0.0)));
-  ASSERT_EQ(f.eps.size(), 4u);
-  EXPECT_DOUBLE_EQ(f.eps[0], 1.0);  // lower left: below the boundary, left of the block
-  EXPECT_DOUBLE_EQ(f.eps[1], 4.0);  // lower right: in the block (edge x = 0 included)
-  EXPECT_DOUBLE_EQ(f.eps[2], 4.0);
-  EXPECT_GE(f.eps[3], 1.0);  // upper left: harmonic mean of 1 and 3 samples
-  EXPECT_LE(f.eps[3], 3.0);
-  for (int i = 0; i < 8; ++i) replay.uniform();
-  EXPECT_TRUE(rng.engine == replay.engine);
+    // Layer boundary 0.05 above the centre and a block over x >= 0: w = 0.05 < 0.2 a.
+    Scene s({{-50, 1}, {0.05, 3}}, {{4.0, Rectangle(0, 2, 2, -2)}});
+    online_table_fitter f;
+    RandGen rng(5), replay(5);
+    double size = 1;
+    f.fit(s.media, {0, 0}, size, false, &rng);
+    EXPECT_EQ(f.direction, 0);
+    EXPECT_EQ(size, 1);
+    EXPECT_EQ(f.heights, (std::vector<double>(4, 0.0)));
+    ASSERT_EQ(f.eps.size(), 4u);
+    EXPECT_DOUBLE_EQ(f.eps[0], 1.0);  // lower left: below the boundary, left of the block
+    EXPECT_DOUBLE_EQ(f.eps[1], 4.0);  // lower right: in the block (edge x = 0 included)
+    EXPECT_DOUBLE_EQ(f.eps[2], 4.0);
+    EXPECT_GE(f.eps[3], 1.0);  // upper left: harmonic mean of 1 and 3 samples
+    EXPECT_LE(f.eps[3], 3.0);
+    for (int i = 0; i < 8; ++i) replay.uniform();
+    EXPECT_TRUE(rng.engine == replay.engine);
 
-  // The weight hop never takes the quarter model: it keeps at least a tenth of the box.
-  size = 1;
-  f.fit(s.media, {0, 0}, size, true, &rng);
-  EXPECT_NE(f.direction, 0);
-  EXPECT_DOUBLE_EQ(size, 0.1);
+    // The weight hop never takes the quarter model: it keeps at least a tenth of the box.
+    size = 1;
+    f.fit(s.media, {0, 0}, size, true, &rng);
+    EXPECT_NE(f.direction, 0);
+    EXPECT_DOUBLE_EQ(size, 0.1);
 }
 
 TEST(OnlineTableFitter, BoxBeyondTheWindowSeesTheMirroredStack) {
-  Scene s({{-50, 1}, {0.9, 3}}, {}, Rectangle(-1, 1, 1, -1));
-  s.media.mirror_layer.set_layers({{-10, 1}, {1.1, 7}});
-  online_table_fitter f;
-  RandGen rng(1);
-  double size = 0.8;  // centre 0.5 below the window top: the box reaches out
-  f.fit(s.media, {0, 0.5}, size, true, &rng);
-  EXPECT_EQ(f.eps, (std::vector<double>{1, 7}));
-  size = 0.4;
-  f.fit(s.media, {0, 0.5}, size, true, &rng);
-  EXPECT_EQ(f.eps, (std::vector<double>{1}));
+    Scene s({{-50, 1}, {0.9, 3}}, {}, Rectangle(-1, 1, 1, -1));
+    s.media.mirror_layer.set_layers({{-10, 1}, {1.1, 7}});
+    online_table_fitter f;
+    RandGen rng(1);
+    double size = 0.8;  // centre 0.5 below the window top: the box reaches out
+    f.fit(s.media, {0, 0.5}, size, true, &rng);
+    EXPECT_EQ(f.eps, (std::vector<double>{1, 7}));
+    size = 0.4;
+    f.fit(s.media, {0, 0.5}, size, true, &rng);
+    EXPECT_EQ(f.eps, (std::vector<double>{1}));
 }
 
 TEST(OnlineTableFitter, DirectionTieGoesToZ) {
-  MediumLayer layers;
-  layers.set_layers({{-50, 1}});
-  online_table_fitter f;
-  Medium square(2.0, Rectangle(-0.5, 0.5, 0.5, -0.5));  // two edges each way, each of length 1
-  Medium column(2.0, Rectangle(-0.5, 0.5, 2, -2));      // vertical edges only
-  f.candidates = {&square};
-  f.determine_direction({0, 0}, 1, layers);
-  EXPECT_EQ(f.direction, 1);
-  f.candidates = {&column};
-  f.determine_direction({0, 0}, 1, layers);
-  EXPECT_EQ(f.direction, 2);
-  f.candidates.clear();
-  f.determine_direction({0, 0}, 1, layers);
-  EXPECT_EQ(f.direction, 1);
+    MediumLayer layers;
+    layers.set_layers({{-50, 1}});
+    online_table_fitter f;
+    Medium square(2.0, Rectangle(-0.5, 0.5, 0.5, -0.5));  // two edges each way, each of length 1
+    Medium column(2.0, Rectangle(-0.5, 0.5, 2, -2));      // vertical edges only
+    f.candidates = {&square};
+    f.determine_direction({0, 0}, 1, layers);
+    EXPECT_EQ(f.direction, 1);
+    f.candidates = {&column};
+    f.determine_direction({0, 0}, 1, layers);
+    EXPECT_EQ(f.direction, 2);
+    f.candidates.clear();
+    f.determine_direction({0, 0}, 1, layers);
+    EXPECT_EQ(f.direction, 1);
 }
 
 TEST(OnlineTableSampling, OffsetsAreCellCentres) {
-  const auto& off = online_table_id2offset::instance();
-  EXPECT_NEAR(off[0], -23.0 / 24, 1e-15);
-  EXPECT_NEAR(off[11], -1.0 / 24, 1e-15);
-  for (int j = 0; j < 24; ++j) EXPECT_NEAR(off[j], -off[23 - j], 1e-15);
+    const auto& off = online_table_id2offset::instance();
+    EXPECT_NEAR(off[0], -23.0 / 24, 1e-15);
+    EXPECT_NEAR(off[11], -1.0 / 24, 1e-15);
+    for (int j = 0; j < 24; ++j) EXPECT_NEAR(off[j], -off[23 - j], 1e-15);
 }
 
 // Monte Carlo over the homogeneous tables: the draws must reproduce what the tables mean.
 constexpr int kDraws = 200000;
 
 TEST(OnlineTableSampling, GreenDrawsFollowTheHarmonicMeasure) {
-  online_table_manager m;
-  const PDFGFT* t = m.get_single_gft();
-  RandGen rng(12345);
-  int lower = 0, upper = 0, left = 0, right = 0, centre_pair = 0, mirror = 0;
-  for (int i = 0; i < kDraws; ++i) {
-    const auto [tx, tz] = online_sampling(t, &rng);
-    if (tz == -1) ++lower;
-    if (tz == 1) ++upper;
-    if (tx == -1) ++left;
-    if (tx == 1) ++right;
-    if (tz == -1 && std::fabs(std::fabs(tx) - 1.0 / 24) < 1e-12) ++centre_pair;
-    if (tz == -1 && tx > 0) ++mirror;
-  }
-  // Each face 1/4 (sigma ~ 0.001); the two panels at the middle of a face carry 2 x 0.017319
-  // of the exact harmonic measure from the centre (the series of the square, see the table
-  // solver's tests): sigma ~ 4e-4.
-  for (int c : {lower, upper, left, right}) EXPECT_NEAR(c / double(kDraws), 0.25, 0.005);
-  EXPECT_NEAR(centre_pair / double(kDraws), 2 * 0.0173191, 0.002);
-  EXPECT_NEAR(mirror / double(lower), 0.5, 0.01);
+    online_table_manager m;
+    const PDFGFT* t = m.get_single_gft();
+    RandGen rng(12345);
+    int lower = 0, upper = 0, left = 0, right = 0, centre_pair = 0, mirror = 0;
+    for (int i = 0; i < kDraws; ++i) {
+        const auto [tx, tz] = online_sampling(t, &rng);
+        if (tz == -1) ++lower;
+        if (tz == 1) ++upper;
+        if (tx == -1) ++left;
+        if (tx == 1) ++right;
+        if (tz == -1 && std::fabs(std::fabs(tx) - 1.0 / 24) < 1e-12) ++centre_pair;
+        if (tz == -1 && tx > 0) ++mirror;
+    }
+    // Each face 1/4 (sigma ~ 0.001); the two panels at the middle of a face carry 2 x 0.017319
+    // of the exact harmonic measure from the centre (the series of the square, see the table
+    // solver's tests): sigma ~ 4e-4.
+    for (int c : {lower, upper, left, right}) EXPECT_NEAR(c / double(kDraws), 0.25, 0.005);
+    EXPECT_NEAR(centre_pair / double(kDraws), 2 * 0.0173191, 0.002);
+    EXPECT_NEAR(mirror / double(lower), 0.5, 0.01);
 }
 
 TEST(OnlineTableSampling, WeightDrawsEstimateTheCentreDerivatives) {
-  // E[w f(point)] is the derivative at the centre, in half-box units, of the harmonic f with
-  // those boundary values: 1 for f = tz (z table) and f = tx (x table), 0 for f = 1 and for the
-  // other coordinate.
-  online_table_manager m;
-  RandGen rng(99);
-  double z_on_z = 0, z_on_1 = 0, z_on_x = 0, x_on_x = 0, x_on_1 = 0, x_on_z = 0;
-  for (int i = 0; i < kDraws; ++i) {
-    const auto [w, tx, tz] = online_sampling(m.get_single_wvtz(), &rng);
-    z_on_z += w * tz, z_on_1 += w, z_on_x += w * tx;
-    const auto [v, sx, sz] = online_sampling(m.get_single_wvtx(), &rng);
-    x_on_x += v * sx, x_on_1 += v, x_on_z += v * sz;
-  }
-  // |w| = total weight ~ 1.18: sigma of each mean below 0.003.
-  EXPECT_NEAR(z_on_z / kDraws, 1.0, 0.015);
-  EXPECT_NEAR(x_on_x / kDraws, 1.0, 0.015);
-  for (double s : {z_on_1, z_on_x, x_on_1, x_on_z}) EXPECT_NEAR(s / kDraws, 0.0, 0.015);
+    // E[w f(point)] is the derivative at the centre, in half-box units, of the harmonic f with
+    // those boundary values: 1 for f = tz (z table) and f = tx (x table), 0 for f = 1 and for the
+    // other coordinate.
+    online_table_manager m;
+    RandGen rng(99);
+    double z_on_z = 0, z_on_1 = 0, z_on_x = 0, x_on_x = 0, x_on_1 = 0, x_on_z = 0;
+    for (int i = 0; i < kDraws; ++i) {
+        const auto [w, tx, tz] = online_sampling(m.get_single_wvtz(), &rng);
+        z_on_z += w * tz, z_on_1 += w, z_on_x += w * tx;
+        const auto [v, sx, sz] = online_sampling(m.get_single_wvtx(), &rng);
+        x_on_x += v * sx, x_on_1 += v, x_on_z += v * sz;
+    }
+    // |w| = total weight ~ 1.18: sigma of each mean below 0.003.
+    EXPECT_NEAR(z_on_z / kDraws, 1.0, 0.015);
+    EXPECT_NEAR(x_on_x / kDraws, 1.0, 0.015);
+    for (double s : {z_on_1, z_on_x, x_on_1, x_on_z}) EXPECT_NEAR(s / kDraws, 0.0, 0.015);
 }
 
 TEST(OnlineTableSampling, LayeredWeightDrawsFollowTheLayeredPotential) {
-  // Interface on the centre line, eps 1 below and 10 above; phi = integral of dt/eps in box
-  // units is harmonic in the layered box, and its derivative at the centre, taken in the layer
-  // below, is 1 (half-box units). Its mean value over the Green's draws is phi(centre) = 0.
-  online_table_manager m;
-  double e = 0;
-  const PDFWVTz* z = m.get_WVTz({0, 12}, {1, 10}, 24, e);
-  const PDFGFT* g = m.get_GFT({0, 12}, {1, 10}, 24);
-  EXPECT_EQ(e, 1.0);
-  auto phi = [](double t) { return t < 0 ? t : t / 10; };
-  RandGen rng(2024);
-  double dz = 0, mean = 0;
-  for (int i = 0; i < kDraws; ++i) {
-    const auto [w, tx, tz] = online_sampling(z, &rng);
-    dz += w * phi(tz);
-    const auto [gx, gz] = online_sampling(g, &rng);
-    mean += phi(gz);
-  }
-  EXPECT_NEAR(dz / kDraws, 1.0, 0.02);
-  EXPECT_NEAR(mean / kDraws, 0.0, 0.01);
+    // Interface on the centre line, eps 1 below and 10 above; phi = integral of dt/eps in box
+    // units is harmonic in the layered box, and its derivative at the centre, taken in the layer
+    // below, is 1 (half-box units). Its mean value over the Green's draws is phi(centre) = 0.
+    online_table_manager m;
+    double e = 0;
+    const PDFWVTz* z = m.get_WVTz({0, 12}, {1, 10}, 24, e);
+    const PDFGFT* g = m.get_GFT({0, 12}, {1, 10}, 24);
+    EXPECT_EQ(e, 1.0);
+    auto phi = [](double t) { return t < 0 ? t : t / 10; };
+    RandGen rng(2024);
+    double dz = 0, mean = 0;
+    for (int i = 0; i < kDraws; ++i) {
+        const auto [w, tx, tz] = online_sampling(z, &rng);
+        dz += w * phi(tz);
+        const auto [gx, gz] = online_sampling(g, &rng);
+        mean += phi(gz);
+    }
+    EXPECT_NEAR(dz / kDraws, 1.0, 0.02);
+    EXPECT_NEAR(mean / kDraws, 0.0, 0.01);
 }
 
 TEST(OnlineTableSampling, QuarterDrawsWeighTheQuartersByPermittivity) {
-  online_table_manager m;
-  const PDFGFT* t = m.get_single_gft();
-  RandGen rng(77);
-  std::vector<double> q;
-  int lower_right = 0, right_lower = 0, lower_left = 0, left_lower = 0, other = 0;
-  for (int i = 0; i < kDraws; ++i) {
-    q = {1, 3, 0, 0};
-    const auto [tx, tz] = oct_sampling(t, q, &rng);
-    if (tz == -1 && tx > 0) ++lower_right;
-    else if (tx == 1 && tz < 0) ++right_lower;
-    else if (tz == -1 && tx < 0) ++lower_left;
-    else if (tx == -1 && tz < 0) ++left_lower;
-    else ++other;
-  }
-  EXPECT_EQ(q, (std::vector<double>{0.25, 1, 1, 1}));
-  EXPECT_EQ(other, 0);
-  EXPECT_NEAR(lower_right / double(kDraws), 0.375, 0.005);
-  EXPECT_NEAR(right_lower / double(kDraws), 0.375, 0.005);
-  EXPECT_NEAR(lower_left / double(kDraws), 0.125, 0.005);
-  EXPECT_NEAR(left_lower / double(kDraws), 0.125, 0.005);
+    online_table_manager m;
+    const PDFGFT* t = m.get_single_gft();
+    RandGen rng(77);
+    std::vector<double> q;
+    int lower_right = 0, right_lower = 0, lower_left = 0, left_lower = 0, other = 0;
+    for (int i = 0; i < kDraws; ++i) {
+        q = {1, 3, 0, 0};
+        const auto [tx, tz] = oct_sampling(t, q, &rng);
+        if (tz == -1 && tx > 0)
+            ++lower_right;
+        else if (tx == 1 && tz < 0)
+            ++right_lower;
+        else if (tz == -1 && tx < 0)
+            ++lower_left;
+        else if (tx == -1 && tz < 0)
+            ++left_lower;
+        else
+            ++other;
+    }
+    EXPECT_EQ(q, (std::vector<double>{0.25, 1, 1, 1}));
+    EXPECT_EQ(other, 0);
+    EXPECT_NEAR(lower_right / double(kDraws), 0.375, 0.005);
+    EXPECT_NEAR(right_lower / double(kDraws), 0.375, 0.005);
+    EXPECT_NEAR(lower_left / double(kDraws), 0.125, 0.005);
+    EXPECT_NEAR(left_lower / double(kDraws), 0.125, 0.005);
 
-  // Equal quarters: each of the eight half-faces 1/8.
-  int half_face[8] = {};
-  for (int i = 0; i < kDraws; ++i) {
-    q = {2, 2, 2, 2};
-    const auto [tx, tz] = oct_sampling(t, q, &rng);
-    int id;
-    if (tz == -1) id = tx < 0 ? 0 : 1;
-    else if (tz == 1) id = tx < 0 ? 2 : 3;
-    else if (tx == -1) id = tz < 0 ? 4 : 5;
-    else id = tz < 0 ? 6 : 7;
-    ++half_face[id];
-  }
-  for (int c : half_face) EXPECT_NEAR(c / double(kDraws), 0.125, 0.005);
+    // Equal quarters: each of the eight half-faces 1/8.
+    int half_face[8] = {};
+    for (int i = 0; i < kDraws; ++i) {
+        q = {2, 2, 2, 2};
+        const auto [tx, tz] = oct_sampling(t, q, &rng);
+        int id;
+        if (tz == -1)
+            id = tx < 0 ? 0 : 1;
+        else if (tz == 1)
+            id = tx < 0 ? 2 : 3;
+        else if (tx == -1)
+            id = tz < 0 ? 4 : 5;
+        else
+            id = tz < 0 ? 6 : 7;
+        ++half_face[id];
+    }
+    for (int c : half_face) EXPECT_NEAR(c / double(kDraws), 0.125, 0.005);
 }
 
 }  // namespace

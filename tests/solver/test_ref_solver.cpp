@@ -11,11 +11,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "ref_solver_stub.h"
 #include "solver/api_wrapper.h"
 #include "solver/file_utils.h"
 #include "solver/net_manager.h"
 #include "solver/parser.h"
-#include "ref_solver_stub.h"
 
 namespace {
 
@@ -41,7 +41,8 @@ struct StandIn {
           << "[ \"$1 $2 $3 $4 $5 $6\" = \"-n -N -x -y -z -t\" ] || exit 3\n"
           << "cp \"$7\" " << seen << "\n"
           << "[ \"$8\" = \"-o\" ] || exit 4\n"
-          << "cat > \"$9\" <<'END'\n" << report << "END\n"
+          << "cat > \"$9\" <<'END'\n"
+          << report << "END\n"
           << "exit " << status << "\n";
         f.close();
         chmod(script.c_str(), 0755);
@@ -125,8 +126,8 @@ TEST(RunBinary, ReturnsOutputAndLeavesNoTemporaryFiles) {
 
 TEST(ExternalRoute, NonPositivePrecisionRunsTheReferenceSolver) {
     StandIn stand_in("Charge on cond0 = 1.25e-16 C\nCharge on cond2 = -4e-17 C\n");
-    const std::vector<double> r = RW2D_API::extract_capacitance(kWires, {{0, 3.9}}, {}, kWindow,
-                                                                0.0, 1);
+    const std::vector<double> r =
+        RW2D_API::extract_capacitance(kWires, {{0, 3.9}}, {}, kWindow, 0.0, 1);
     // N values, no variances; cond1 is not in the report and stays 0.
     ASSERT_EQ(r.size(), 3u);
     EXPECT_DOUBLE_EQ(r[0], 0.125);

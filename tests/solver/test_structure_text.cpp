@@ -5,9 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <fstream>
-#include <cmath>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -103,7 +103,8 @@ TEST(StructureText, FileRouteBuildsTheSameStructure) {
     write(path,
           "m 4 0 1 1 1 1 1.5 0 1.5\n"
           "1 a 4 2 1 3.2 1 3 1.5 2.2 1.5\n"
-          "3 lo 4 -5 0 10 0 10 2 -5 2 3.9  hi 4 -5 2 10 2 10 4 -5 4 2.5  blk 4 4 0.5 6 0.5 6 1 4 1 7\n"
+          "3 lo 4 -5 0 10 0 10 2 -5 2 3.9  hi 4 -5 2 10 2 10 4 -5 4 2.5  blk 4 4 0.5 6 0.5 6 1 4 1 "
+          "7\n"
           "4 -5 0 10 0 10 4 -5 4\n");
     RW2D::Config c;
     c.approx.approx_order = 4;
@@ -148,9 +149,8 @@ TEST(StructureText, FileAndMemoryRoutesAgreeWithinErrorBars) {
 
     c.mc.seed = 1234;
     RW2D::MCManager b;
-    const std::vector<double> mem =
-        b.estimate({Rectangle(0, 1, 1.5, 1), Rectangle(2, 3, 1.5, 1)}, {{0, 3.9}}, {},
-                   Rectangle(-5, 10, 4, 0), c);
+    const std::vector<double> mem = b.estimate({Rectangle(0, 1, 1.5, 1), Rectangle(2, 3, 1.5, 1)},
+                                               {{0, 3.9}}, {}, Rectangle(-5, 10, 4, 0), c);
     ASSERT_EQ(mem.size(), 4u);
     // Both estimates carry about the same error: compare against 4 combined sigmas.
     EXPECT_NEAR(file["m"], mem[0], 4 * std::sqrt(2 * mem[2]));
@@ -176,7 +176,8 @@ TEST(StructureText, DirectoryRunInNameOrder) {
     RW2D::MCManager m;
     m.estimate(c);
     const std::string out = slurp(c.output_path);
-    const std::size_t pa = out.find("$$" + dir + "/a.txt\n"), pb = out.find("$$" + dir + "/b.txt\n");
+    const std::size_t pa = out.find("$$" + dir + "/a.txt\n"),
+                      pb = out.find("$$" + dir + "/b.txt\n");
     EXPECT_NE(pa, std::string::npos) << out;
     EXPECT_NE(pb, std::string::npos) << out;
     EXPECT_LT(pa, pb);

@@ -15,7 +15,9 @@ using namespace RW2D;
 
 namespace {
 
-Rectangle rect(double x0, double y0, double x1, double y1) { return Rectangle(x0, x1, y1, y0); }
+Rectangle rect(double x0, double y0, double x1, double y1) {
+    return Rectangle(x0, x1, y1, y0);
+}
 
 NetManager make_nets(const std::vector<Rectangle>& wires, const Rectangle& window,
                      bool neumann = true) {
@@ -58,7 +60,7 @@ TEST(SolverWalk, NeumannReflectFoldsLikeATriangleWave) {
     EXPECT_EQ(neumann_reflect(0, 1.0, 1), 1.0);
     EXPECT_NEAR(neumann_reflect(0, 1.3, 1), 0.7, 1e-12);
     EXPECT_NEAR(neumann_reflect(0, -0.3, 1), 0.3, 1e-12);
-    EXPECT_NEAR(neumann_reflect(0, 2.3, 1), 0.3, 1e-12);   // crossed two walls
+    EXPECT_NEAR(neumann_reflect(0, 2.3, 1), 0.3, 1e-12);  // crossed two walls
     EXPECT_NEAR(neumann_reflect(0, -1.2, 1), 0.8, 1e-12);
     EXPECT_NEAR(neumann_reflect(-5, 7.5, 5), 2.5, 1e-12);  // 2.5 past the right wall
 }
@@ -76,11 +78,24 @@ TEST(SolverWalk, StartPointsLieOnTheGaussianSidesInProportionToTheirLength) {
         ASSERT_EQ(p.weight, 1.0);
         const double x = p.point.x, y = p.point.y;
         switch (dir) {
-            case NORM_Y_NEG: ASSERT_EQ(y, -0.5); ASSERT_TRUE(x >= -0.5 && x <= 1.5); break;
-            case NORM_Y_POS: ASSERT_EQ(y, 1.0); ASSERT_TRUE(x >= -0.5 && x <= 1.5); break;
-            case NORM_X_NEG: ASSERT_EQ(x, -0.5); ASSERT_TRUE(y >= -0.5 && y <= 1.0); break;
-            case NORM_X_POS: ASSERT_EQ(x, 1.5); ASSERT_TRUE(y >= -0.5 && y <= 1.0); break;
-            default: FAIL() << "direction " << dir;
+            case NORM_Y_NEG:
+                ASSERT_EQ(y, -0.5);
+                ASSERT_TRUE(x >= -0.5 && x <= 1.5);
+                break;
+            case NORM_Y_POS:
+                ASSERT_EQ(y, 1.0);
+                ASSERT_TRUE(x >= -0.5 && x <= 1.5);
+                break;
+            case NORM_X_NEG:
+                ASSERT_EQ(x, -0.5);
+                ASSERT_TRUE(y >= -0.5 && y <= 1.0);
+                break;
+            case NORM_X_POS:
+                ASSERT_EQ(x, 1.5);
+                ASSERT_TRUE(y >= -0.5 && y <= 1.0);
+                break;
+            default:
+                FAIL() << "direction " << dir;
         }
         ++count[dir];
     }
@@ -93,7 +108,8 @@ TEST(SolverWalk, StartPointsLieOnTheGaussianSidesInProportionToTheirLength) {
 
 TEST(SolverWalk, StartPointsOutsideTheWindowAreDrawnAgain) {
     // The window cuts the Gaussian rectangle at x = 1.2: the right side is never used.
-    NetManager nets = make_nets({rect(0, 0, 1, 0.5), rect(-2, 0, -1, 0.5)}, rect(-10, -10, 1.2, 10));
+    NetManager nets =
+        make_nets({rect(0, 0, 1, 0.5), rect(-2, 0, -1, 0.5)}, rect(-10, -10, 1.2, 10));
     RandGen rng(9);
     for (int k = 0; k < 5000; ++k) {
         NormDir dir;
@@ -104,9 +120,9 @@ TEST(SolverWalk, StartPointsOutsideTheWindowAreDrawnAgain) {
 }
 
 TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
-    NetManager nets = make_nets({rect(-0.05, 0.3, 0.05, 0.5), rect(0.15, 0.3, 0.25, 0.5),
-                                 rect(-10, -0.1, 10, 0.0)},
-                                rect(-10, 0, 10, 10));
+    NetManager nets = make_nets(
+        {rect(-0.05, 0.3, 0.05, 0.5), rect(0.15, 0.3, 0.25, 0.5), rect(-10, -0.1, 10, 0.0)},
+        rect(-10, 0, 10, 10));
     online_table_manager tables;
     const Config cfg = quiet_config();
     WalkManager w(&nets, cfg, tables, 42);
@@ -117,8 +133,7 @@ TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
         ASSERT_NE(w.hit_net, nullptr);
         ASSERT_GE(w.hops, 2u);  // the start lies 0.05 from every conductor
         // The first hop carries the only weight: +-T e / r with r = 0.05 and e = 3.9.
-        ASSERT_NEAR(std::abs(w.weight),
-                    tables.get_single_wvtx()->total_weight * 3.9 / 0.05, 1e-9);
+        ASSERT_NEAR(std::abs(w.weight), tables.get_single_wvtx()->total_weight * 3.9 / 0.05, 1e-9);
         hops += w.hops;
         on_master += w.hit_net == nets.master;
     }
@@ -165,8 +180,8 @@ TEST(SolverWalk, CompanionStartsMirroredThroughTheOriginWithTheOppositeWeight) {
     // Master [-0.05, 0.05] x [0.3, 0.5], plate 0.3 below: Gaussian rectangle
     // [-0.2, 0.2] x [0.15, 0.65]. A bottom start (x, 0.15) has its companion at (0, 0.3), on the
     // master's bottom edge; a side start (+-0.2, y) at (+-0.4, 0), 1e-4 under the clipped plate.
-    NetManager nets = make_nets({rect(-0.05, 0.3, 0.05, 0.5), rect(-10, -0.1, 10, 0.0)},
-                                rect(-10, 0, 10, 10));
+    NetManager nets =
+        make_nets({rect(-0.05, 0.3, 0.05, 0.5), rect(-10, -0.1, 10, 0.0)}, rect(-10, 0, 10, 10));
     online_table_manager tables;
     WalkManager w(&nets, quiet_config(), tables, 8);
     int bottom = 0, side = 0;

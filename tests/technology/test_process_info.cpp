@@ -7,10 +7,10 @@
 #include <fstream>
 
 #include "runtime/pargument.h"
+#include "tech_test_util.h"
 #include "technology/ctf_error.h"
 #include "technology/minictf.h"
 #include "technology/process_info.h"
-#include "tech_test_util.h"
 
 namespace fs = std::filesystem;
 
