@@ -11,6 +11,7 @@ packages=(
   flex bison
   libomp-dev
   clang-format
+  ccache
 )
 
 missing=()
