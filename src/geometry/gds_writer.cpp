@@ -69,10 +69,13 @@ void GdsWriter::writeDouble(double value) {
         }
         int e = static_cast<int>(std::log(value) / 2.772588722239781);
         double m = value / std::pow(16.0, e);
-        if (m < 0.0625) {
+        // One step corrects the truncated logarithm; the loops also keep the fraction
+        // normalised, in [1/16, 1), should the quotient round across an integer.
+        while (m < 0.0625) {
             m *= 16;
             e -= 1;
-        } else if (m >= 1.0) {
+        }
+        while (m >= 1.0) {
             m *= 0.0625;
             e += 1;
         }
