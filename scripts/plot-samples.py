@@ -274,7 +274,7 @@ def plot_statistics(samples, stack, path, title):
     ax.set_xlabel("wire width (um), by layer")
     ax.set_ylabel("wires")
 
-    for ax in axes.flat:
+    for ax in (axes[0][0], axes[0][1], axes[1][1]):  # counts; the ratios' axis is logarithmic
         ax.yaxis.set_major_locator(MaxNLocator(integer=True))
     axes[0][0].xaxis.set_major_locator(MaxNLocator(integer=True))
     fig.suptitle("%s: %d samples, %d wires" % (title, len(samples), len(totals)))
