@@ -230,6 +230,10 @@ TEST_F(ToolTest, KarvenGdsRejectsBadInput) {
         {"bad conductor", R"({"capacitances":[1],"conductors":[[0,0,1]],"id":1,"size":1})", "",
          "not [cx, cy, w, h]"},
         {"empty file", "\n", "", "no samples"},
+        {"beyond 32 bits of nm",
+         R"({"capacitances":[1,-1,-1,1],"conductors":[[3e6,0.5,1,0.2],)"
+         R"([0,-0.05,20,0.1]],"id":1,"size":2})",
+         "", "out of range"},
         {"unknown id", good, " --ids 3 9", "no sample with id 9"},
         {"wire off the stack",
          R"({"capacitances":[1,-1,-1,1],"conductors":[[0,0.5,1,0.2],)"

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -91,6 +92,13 @@ long long nanometres(double micrometres) {
     return std::llround(micrometres * 1000.0);
 }
 
+// A coordinate of the file: 32 bits of nanometres, about two metres either way.
+int coordinate(long long nm) {
+    if (nm < INT32_MIN || nm > INT32_MAX)
+        throw InputError("coordinate " + std::to_string(nm / 1000.0) + " um is out of range");
+    return static_cast<int>(nm);
+}
+
 // A height band on the 1 nm grid: bottom and top of a wire.
 using Band = std::pair<long long, long long>;
 Band bandOf(const Conductor& c) {
@@ -108,10 +116,11 @@ void writeSample(GdsWriter& gds, const Sample& s, const std::map<Band, int>& lay
     for (size_t i = 0; i < n; ++i) {
         const Conductor& c = s.conductors[i];
         const int layer = i + 1 == n ? 0 : layers.at(bandOf(c));
-        const int x0 = nanometres(c.x0), y0 = nanometres(c.y0);
-        const int x1 = nanometres(c.x1), y1 = nanometres(c.y1);
-        gds.writeBoundary(layer, {{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}, {x0, y0}}, 0);
-        gds.writeText(layer, 0, {(x0 + x1) / 2, (y0 + y1) / 2},
+        const long long x0 = nanometres(c.x0), y0 = nanometres(c.y0);
+        const long long x1 = nanometres(c.x1), y1 = nanometres(c.y1);
+        const Point2D p0{coordinate(x0), coordinate(y0)}, p1{coordinate(x1), coordinate(y1)};
+        gds.writeBoundary(layer, {p0, {p1.first, p0.second}, p1, {p0.first, p1.second}, p0}, 0);
+        gds.writeText(layer, 0, {coordinate((x0 + x1) / 2), coordinate((y0 + y1) / 2)},
                       label(i, s.capacitances[i * n + i]));
     }
 }
@@ -178,7 +187,7 @@ int main(int argc, char** argv) {
         if (!gds) throw InputError("Unable to open file " + output_path + " for writing");
         // One database unit is a nanometre; the user unit is the micrometre of the samples.
         std::vector<std::pair<std::string, int>> placed;
-        int next_x = 0;
+        long long next_x = 0;
         for (const Sample* s : selected) {
             const std::string name = "sample_" + std::to_string(s->id);
             if (placed.empty())
@@ -193,8 +202,8 @@ int main(int argc, char** argv) {
             }
             // Side by side, a tenth of a sample's width apart.
             const long long width = right - left;
-            placed.emplace_back(name, static_cast<int>(next_x - left));
-            next_x += static_cast<int>(width + width / 10);
+            placed.emplace_back(name, coordinate(next_x - left));
+            next_x += width + width / 10;
         }
         gds.writeNextStructure("samples");
         for (const auto& [name, x] : placed) gds.writeReference(name, {x, 0});
