@@ -152,10 +152,11 @@ def plot_sample(sample, stack, path):
         right = max(w.x1 for w in wires)
     else:
         left, right = -1.0, 1.0
-    margin = max(0.5, 0.1 * (right - left))
-    left, right = max(plate.x0, left - margin), min(plate.x1, right + margin)
     top = max([d["z_top"] for d in stack["dielectrics"]] + [w.y1 for w in wires])
     bottom = plate.y0 - 0.05 * (top - plate.y0)
+    # At least as wide as the stack is high, so that a lone wire still gets a readable picture.
+    margin = max(0.5, 0.1 * (right - left), 0.5 * ((top - bottom) - (right - left)))
+    left, right = max(plate.x0, left - margin), min(plate.x1, right + margin)
     height_in = min(12.0, max(3.0, 11.0 * (top - bottom) / (right - left)))
     fig, ax = plt.subplots(figsize=(11.0, height_in + 1.8))
 
@@ -208,7 +209,8 @@ def plot_sample(sample, stack, path):
     ax.set_aspect("equal")
     ax.set_xlabel("x (um)")
     ax.set_ylabel("height (um)")
-    ax.set_title("sample %s: %d wires and the plate; C in fF/um" % (sample["id"], len(wires)),
+    ax.set_title("sample %s: %d wire%s and the plate; C in fF/um"
+                 % (sample["id"], len(wires), "" if len(wires) == 1 else "s"),
                  pad=52, fontsize=10)
     fig.savefig(path, dpi=90, bbox_inches="tight")
     plt.close(fig)
