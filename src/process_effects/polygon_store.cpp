@@ -11,6 +11,8 @@ struct AreaWorkspace {
     CL::Clipper clipper;
     CL::Paths subject;
     CL::Paths solution;
+    std::vector<Box64> rects;
+    std::vector<int64_t> xs;
 };
 
 void AreaWorkspaceDeleter::operator()(AreaWorkspace* w) const {
@@ -120,6 +122,34 @@ CL::Path boxPath(const Box64& b) {
             CL::IntPoint(b.x_high, b.y_high), CL::IntPoint(b.x_low, b.y_high)};
 }
 
+// Twice the area of the union of non-empty rectangles, by slabs between their x edges: the
+// exact answer for tiles that hold only rectangles, at a fraction of the clipper's cost.
+Area2 rectUnionArea2(AreaWorkspace& ws) {
+    ws.xs.clear();
+    for (const Box64& b : ws.rects) ws.xs.push_back(b.x_low), ws.xs.push_back(b.x_high);
+    std::sort(ws.xs.begin(), ws.xs.end());
+    ws.xs.erase(std::unique(ws.xs.begin(), ws.xs.end()), ws.xs.end());
+    std::sort(ws.rects.begin(), ws.rects.end(),
+              [](const Box64& a, const Box64& b) { return a.y_low < b.y_low; });
+    Area2 sum = 0;
+    for (size_t k = 0; k + 1 < ws.xs.size(); ++k) {
+        const int64_t x0 = ws.xs[k], x1 = ws.xs[k + 1];
+        int64_t covered = 0, top = INT64_MIN;
+        for (const Box64& b : ws.rects) {  // ascending y_low: merge the spans as they come
+            if (b.x_low > x0 || b.x_high < x1) continue;
+            if (b.y_low >= top) {
+                covered += b.y_high - b.y_low;
+                top = b.y_high;
+            } else if (b.y_high > top) {
+                covered += b.y_high - top;
+                top = b.y_high;
+            }
+        }
+        sum += static_cast<Area2>(2 * (x1 - x0)) * covered;
+    }
+    return sum;
+}
+
 }  // namespace
 
 void PolygonStore::add(const LayoutPolygon& ring) {
@@ -225,6 +255,16 @@ Area2 PolygonStore::coveredArea2(const uint32_t* ids, size_t n, const Box64& box
             b.y_high >= box.y_high)
             return full;
     }
+
+    ws.rects.clear();
+    bool rects_only = true;
+    for (size_t k = 0; k < n && rects_only; ++k) {
+        const Box64 c = clipped(bbox(ids[k]));
+        if (c.x_high <= c.x_low || c.y_high <= c.y_low) continue;
+        rects_only = !(ids[k] & kPolyBit);
+        ws.rects.push_back(c);
+    }
+    if (rects_only) return rectUnionArea2(ws);
 
     ws.subject.clear();
     bool all_inside = true;
