@@ -79,7 +79,8 @@ TEST(DensityMap, CellValuesAndTheFormerValue) {
     m.densities[2] = 45.0;  // a value already in a cell adds to its area
     m.calculateDensity({reversed(rect(20, 10, 25, 20))});
     EXPECT_EQ(m.pendingPolygons(), 0u);
-    EXPECT_EQ(m.densities, (std::vector<double>{1.0, 0.5, 45.0 / 90, 90.0 / 90, 45.0 / 90, 45.0 / 81}));
+    EXPECT_EQ(m.densities,
+              (std::vector<double>{1.0, 0.5, 45.0 / 90, 90.0 / 90, 45.0 / 90, 45.0 / 81}));
     EXPECT_EQ(m.getGridDensity(2, 1), 45.0 / 81);
     EXPECT_EQ(m.getGridDensity(3, 0), -1.0);
     EXPECT_EQ(m.getGridDensity(0, -1), -1.0);
