@@ -1,6 +1,7 @@
 #include "process_effects/density_map.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <fstream>
@@ -60,24 +61,38 @@ bool DensityMap::reach(int64_t& x_low, int64_t& x_high, int64_t& y_low, int64_t&
     return true;
 }
 
-bool DensityMap::reaches(const LayoutPolygon& ring) const {
+namespace {
+
+// Grows the bounding box {x low, x high, y low, y high} by the ring's points.
+void growBox(const LayoutPolygon& ring, std::array<int64_t, 4>& b) {
+    for (const LayoutPoint& p : ring) {
+        b[0] = std::min<int64_t>(b[0], p.x), b[1] = std::max<int64_t>(b[1], p.x);
+        b[2] = std::min<int64_t>(b[2], p.y), b[3] = std::max<int64_t>(b[3], p.y);
+    }
+}
+
+constexpr std::array<int64_t, 4> kNoBox{INT64_MAX, INT64_MIN, INT64_MAX, INT64_MIN};
+
+}  // namespace
+
+bool DensityMap::reaches(const std::array<int64_t, 4>& b) const {
     int64_t xl, xh, yl, yh;
-    if (ring.empty() || !reach(xl, xh, yl, yh)) return false;
-    const auto [px0, px1] = std::minmax_element(
-        ring.begin(), ring.end(), [](const auto& a, const auto& b) { return a.x < b.x; });
-    const auto [py0, py1] = std::minmax_element(
-        ring.begin(), ring.end(), [](const auto& a, const auto& b) { return a.y < b.y; });
-    return px0->x < xh && px1->x > xl && py0->y < yh && py1->y > yl;
+    if (!reach(xl, xh, yl, yh)) return false;
+    return b[0] < xh && b[1] > xl && b[2] < yh && b[3] > yl;
 }
 
 void DensityMap::addOverlappedPoly(const LayoutPolygon& points) {
-    if (!reaches(points)) return;
+    std::array<int64_t, 4> b = kNoBox;
+    growBox(points, b);
+    if (!reaches(b)) return;
     if (!pending_) pending_ = std::make_unique<PolygonStore>();
     pending_->add(points);
 }
 
 void DensityMap::addOverlappedPolyWithHoles(const LayoutPolygonSet& rings) {
-    if (rings.empty() || !reaches(rings.front())) return;  // holes lie inside the outer ring
+    std::array<int64_t, 4> b = kNoBox;
+    for (const LayoutPolygon& ring : rings) growBox(ring, b);
+    if (!reaches(b)) return;
     if (!pending_) pending_ = std::make_unique<PolygonStore>();
     pending_->add(rings);
 }

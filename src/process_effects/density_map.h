@@ -2,6 +2,7 @@
 // each cell, for the thickness models.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -85,5 +86,6 @@ private:
     void buildWindows(int32_t extend);
     // The frame's extent with the widest windows, or false for a map with no cells.
     bool reach(int64_t& x_low, int64_t& x_high, int64_t& y_low, int64_t& y_high) const;
-    bool reaches(const LayoutPolygon& ring) const;
+    // The bounding box {x low, x high, y low, y high} strictly overlaps some window.
+    bool reaches(const std::array<int64_t, 4>& box) const;
 };
