@@ -88,6 +88,15 @@ TEST(DensityMap, CellValuesAndTheFormerValue) {
     EXPECT_EQ(m.densities, std::vector<double>(6, 0.0));
 }
 
+// A polygon with holes counts by all its rings, whichever comes first: here the hole lies beyond
+// the frame, and only the outer ring reaches the single window 0..99.
+TEST(DensityMap, HoleRingListedFirst) {
+    DensityMap m(100, 100, 0, 0, 99, 99);
+    m.addOverlappedPolyWithHoles({reversed(rect(150, 10, 250, 90)), rect(50, 0, 300, 100)});
+    m.calculateDensity();
+    EXPECT_EQ(m.getGridDensity(0, 0), 49.0 * 99.0 / (99.0 * 99.0));
+}
+
 // Random frames, grids, windows and extensions, with rectilinear polygons of every kind the
 // coverage rule names: every cell must equal the stated loop over all cells exactly, since all
 // crossings lie on the integer grid; and so must window queries.
