@@ -54,8 +54,9 @@ public:
     // The cell's value, or -1 outside the grid.
     double getGridDensity(int32_t i, int32_t j) const;
     // Density in the window of side `box` centred on (x, y), shrunk to the frame: the cell values
-    // weighted by the overlap of the window with each cell's window. 0 without cells or when the
-    // window misses the frame.
+    // weighted by the overlap of the window with each cell's window. Windows wider than a cell
+    // overlap and their overlap counts once per window, so the answer can exceed 1. 0 without
+    // cells or when the window misses the frame.
     double getDensity(int32_t x, int32_t y, int32_t box) const override;
     // Zeroes all cells.
     void clearDensity();
