@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "patterns/derived.h"
 #include "technology/minictf.h"
 
 namespace KARVEN {
@@ -35,10 +36,23 @@ bool makeFolders(const std::string& folder) {
 }
 
 void Karven::generate(const KarvenConfig& config) {
+    longRun(config);  // a bad --shard fails before the stack is read
     MCTF::MiniCTF ctf;
     ctf.parseCtf(config.ctf_path);
     if (config.extraction.merge_diel) ctf.mergePlate();
     generate(config, ctf);
+}
+
+LongRun longRun(const KarvenConfig& config) {
+    LongRun run;
+    run.technology_path = config.ctf_path;
+    run.resume = config.resume;
+    if (!config.shard.empty() && !parseShard(config.shard, run.shard_index, run.shard_count)) {
+        throw std::runtime_error("Error: --shard " + config.shard +
+                                 ": must be k/n, two whole numbers with n at least 1 and k from 0 "
+                                 "to n-1");
+    }
+    return run;
 }
 
 void Karven::generate(const KarvenConfig& config, const MCTF::MiniCTF& ctf) {
@@ -64,6 +78,7 @@ void Karven::generate(const KarvenConfig& config, const MCTF::MiniCTF& ctf) {
     // The run executes one family; the others are reachable through the factory only.
     for (const std::string name : {"Random"}) {
         std::unique_ptr<GenericStructure> family = PatternFactory::create(name);
+        if (auto* random = dynamic_cast<Random*>(family.get())) random->long_run = longRun(config);
         json family_params = params.value(name, json::object());
         solves = family->populate(config.output_path, ctf, family_params, config.extraction);
     }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "patterns/generic.h"
+#include "patterns/journal.h"
 
 struct KarvenConfig {
     std::string ctf_path;
@@ -11,6 +12,8 @@ struct KarvenConfig {
     std::string tmp_folder = "tmp";  // accepted for scripts that pass it; the run does not read it
     std::string param_json_path;
     KARVEN::ExtractionConfig extraction;
+    bool resume = false;  // --resume: finish the run in the journal beside the output
+    std::string shard;    // "k/n" of --shard; empty for the whole run
 };
 
 namespace KARVEN {
@@ -26,6 +29,10 @@ public:
     // The run after the stack is read: parameters, output folder, the family, the totals line.
     static void generate(const KarvenConfig& config, const MCTF::MiniCTF& ctf);
 };
+
+// Returns the long-run settings of the command line: shard, resume and the technology file.
+// Throws std::runtime_error when --shard is not k/n with 0 <= k < n.
+LongRun longRun(const KarvenConfig& config);
 
 // Returns the folder part of an output path: everything before the last "/" or "\", or the
 // whole path when it has neither.

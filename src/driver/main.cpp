@@ -29,6 +29,11 @@ int main(int argc, char** argv) {
     app.add_option("--param-json", config.param_json_path,
                    "Parameter JSON file path (default: none)");
     app.add_option("--seed", config.extraction.seed, "Random seed (default: 1)");
+    app.add_flag("--resume", config.resume,
+                 "Finish an interrupted run from the journal beside its output");
+    app.add_option("--shard", config.shard,
+                   "Draw only part k of n of the sample indices, k from 0 to n-1 (default: 0/1)")
+        ->type_name("K/N");
 
     try {
         app.parse(argc, argv);

@@ -161,13 +161,14 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
         return 0;
     }
 
+    const ShardRange range = shardRange(nsamples, long_run.shard_index, long_run.shard_count);
+    SampleJournal journal(output_path, runHeader(params, config, long_run, nsamples), range,
+                          long_run.resume);
+    const std::vector<int64_t> pending = journal.pending();
+
     const int nthreads = std::max(1, config.nthreads);
     std::vector<std::mt19937> engines(nthreads);
-    std::poisson_distribution<int> poisson(lambda);
-    std::uniform_int_distribution<int> layer_count(3, 5);
-    std::normal_distribution<double> position(0.0, Wc / 6);
-    std::vector<PatternResult> results(std::max(nsamples, 0));
-    ProgressBar bar(results.size(), 50, 1);
+    ProgressBar bar(range.size(), 50, 1, journal.resumedCount());
     omp_set_num_threads(nthreads);
 
     const double right = -(-0.5 * Wc) * 0.999;
@@ -181,9 +182,15 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
               << std::endl;
 
 #pragma omp parallel for schedule(dynamic, 1)
-    for (int i = 0; i < nsamples; ++i) {
+    for (size_t t = 0; t < pending.size(); ++t) {
+        const int i = static_cast<int>(pending[t]);
         std::mt19937& engine = engines[omp_get_thread_num()];
         engine.seed(static_cast<std::mt19937::result_type>(i + config.seed));
+        // Fresh laws for every sample: the normal law keeps a spare deviate between calls, which
+        // would tie a sample to the one drawn before it on the same worker.
+        std::poisson_distribution<int> poisson(lambda);
+        std::uniform_int_distribution<int> layer_count(3, 5);
+        std::normal_distribution<double> position(0.0, Wc / 6);
         Layers copy = layers;
         int drawn = layer_count(engine);
         // A stack with fewer usable layers than drawn uses all of them.
@@ -191,10 +198,8 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
         nlayers_cell.store(drawn, std::memory_order_relaxed);
         if (fixed_layers.empty() && drawn < static_cast<int>(copy.size()))
             std::shuffle(copy.begin(), copy.end(), engine);
-        int n;
-        // The laws are shared by all workers; their draws are serialised.
-#pragma omp critical(random_laws)
-        n = poisson(engine) + 1;
+        const int n = poisson(engine) + 1;
+        PatternResult result;
 
         for (;;) {
             Pattern pattern;
@@ -203,18 +208,14 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
             while (static_cast<int>(pattern.conductors.size()) < n) {
                 int k = std::uniform_int_distribution<int>(0, drawn - 1)(engine);
                 if (!fixed_layers.empty()) {
-                    k = pattern.conductors.empty()
-                            ? fixedLayer(fixed_layers,
-                                         nlayers_cell.load(std::memory_order_relaxed) / 2)
-                            : fixedLayer(fixed_layers, k);
+                    // The sample's own count, not the shared cell another sample may have set.
+                    k = pattern.conductors.empty() ? fixedLayer(fixed_layers, drawn / 2)
+                                                   : fixedLayer(fixed_layers, k);
                 }
                 layer = copy.at(k);
                 const double w = layer->wmin, s = layer->smin;
                 double x = 0.0;
-                if (!pattern.conductors.empty()) {
-#pragma omp critical(random_laws)
-                    x = position(engine);
-                }
+                if (!pattern.conductors.empty()) x = position(engine);
                 const double m = std::min(right - x, x - left);
                 const double hw = w / 2;
                 if (hw >= m) continue;
@@ -249,12 +250,14 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
             }
             pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
             // A sample whose matrix fails the constraint is drawn again with the same count.
-            if (solveConstrained(window, pattern, ctf, config, solve, results[i])) break;
+            if (solveConstrained(window, pattern, ctf, config, solve, result)) break;
         }
+        journal.append(i, sampleLine(result, i));
 #pragma omp critical
         bar.tick(name);
     }
-    dump_to_json(results, output_path);
+    writeLinesAtomically(output_path, journal.linesInOrder());
+    journal.complete();
     return nsamples;
 }
 
@@ -269,11 +272,16 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
     window = params.value("window", window);
     const double B = window;
 
-    std::vector<PatternResult> results(structures.size());
-    ProgressBar bar(results.size(), 50, 1);
+    const auto count = static_cast<int64_t>(structures.size());
+    const ShardRange range = shardRange(count, long_run.shard_index, long_run.shard_count);
+    SampleJournal journal(output_path, runHeader(params, config, long_run, count, path), range,
+                          long_run.resume);
+    const std::vector<int64_t> pending = journal.pending();
+    ProgressBar bar(range.size(), 50, 1, journal.resumedCount());
     omp_set_num_threads(config.nthreads);
 #pragma omp parallel for schedule(dynamic, 1)
-    for (size_t i = 0; i < structures.size(); ++i) {
+    for (size_t t = 0; t < pending.size(); ++t) {
+        const auto i = static_cast<size_t>(pending[t]);
         const json& sample = structures[i];
         const json conductors = sample.value("conductors", json());
         const json names = sample.value("layers", json());
@@ -303,11 +311,13 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
             pattern.addConductor(x0, x1, layer);
         }
         pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
-        results[i] = solveFullMatrix(window, pattern, ctf, config, solve);
+        PatternResult result = solveFullMatrix(window, pattern, ctf, config, solve);
+        journal.append(pending[t], sampleLine(result, pending[t]));
 #pragma omp critical
         bar.tick(name);
     }
-    dump_to_json(results, output_path);
+    writeLinesAtomically(output_path, journal.linesInOrder());
+    journal.complete();
     return static_cast<int>(structures.size());
 }
 

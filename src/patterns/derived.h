@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "patterns/generic.h"
+#include "patterns/journal.h"
 #include "patterns/solving.h"
 
 namespace KARVEN {
@@ -37,6 +38,9 @@ public:
     int populate_with_structure_input(const std::string& output_path, const MCTF::MiniCTF& ctf,
                                       const json& params, const ExtractionConfig& config,
                                       const FieldSolver& solve);
+
+    // The share of the samples this run draws, whether it resumes, the technology file.
+    LongRun long_run;
 };
 
 // Returns the JSON documents of a JSON-lines file, one per line; a line that does not parse is
