@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 
 #include "driver/karven.h"
+#include "runtime/failure.h"
+#include "solver/file_utils.h"
 
 int main(int argc, char** argv) {
     KarvenConfig config;
@@ -40,6 +42,16 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return app.exit(e, std::cout, std::cerr);
     }
-    KARVEN::Karven::generate(config);
+    // SIGINT and SIGTERM remove the unfinished sample file and the solver's temporary files.
+    RW2D::FileUtils::install_signal_cleanup();
+    try {
+        KARVEN::Karven::generate(config);
+    } catch (const KARVEN::FatalError& e) {
+        if (!e.printed()) std::cerr << e.what() << std::endl;
+        return 1;
+    } catch (const std::exception& e) {
+        std::cerr << "Error: " << e.what() << std::endl;
+        return 1;
+    }
     return 0;
 }

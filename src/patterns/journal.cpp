@@ -14,7 +14,7 @@
 #include <stdexcept>
 
 #include "patterns/digest.h"
-#include "patterns/writer.h"
+#include "runtime/failure.h"
 
 namespace KARVEN {
 
@@ -23,7 +23,7 @@ namespace {
 constexpr int kJournalVersion = 1;
 
 [[noreturn]] void fail(const std::string& message) {
-    throw std::runtime_error(message);
+    throw FatalError(message);
 }
 
 [[noreturn]] void failErrno(const std::string& what, int error) {
@@ -48,6 +48,8 @@ int writeFully(int fd, const std::string& text) {
     }
     return 0;
 }
+
+void writeLinesAtomically(const std::string& path, const std::vector<std::string>& lines);
 
 // Returns the whole content of `path`; throws when it cannot be read.
 std::string readAll(const std::string& path) {
@@ -290,11 +292,17 @@ std::vector<std::string> SampleJournal::linesInOrder() const {
     return out;
 }
 
-void SampleJournal::complete() {
+void SampleJournal::finish(SampleOutput& out) {
+    for (const std::string& line : linesInOrder()) out.writeLine(line);
+    out.commit();
     writeLinesAtomically(headerPath(output_), {header_.dump()});
     if (unlink(path_.c_str()) != 0) failErrno("Unable to remove " + path_, errno);
 }
 
+namespace {
+
+// Writes `lines` to `path` through a temporary file beside it that is renamed when complete.
+// Throws FatalError when any write fails; `path` is then untouched.
 void writeLinesAtomically(const std::string& path, const std::vector<std::string>& lines) {
     const std::string temp = path + ".part";
     const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
@@ -310,6 +318,8 @@ void writeLinesAtomically(const std::string& path, const std::vector<std::string
         failErrno("Unable to write " + path, error);
     }
 }
+
+}  // namespace
 
 std::vector<std::string> mergeShards(const std::vector<std::string>& files) {
     if (files.empty()) fail("Error: no shard files given");

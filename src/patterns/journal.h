@@ -18,6 +18,7 @@
 
 #include "patterns/generic.h"
 #include "patterns/solving.h"
+#include "patterns/writer.h"
 
 namespace KARVEN {
 
@@ -52,7 +53,7 @@ std::string headerPath(const std::string& output_path);
 
 // Returns the header of a run: the technology file (path and SHA-256), the family's parameters,
 // the structure file when one is given (path and SHA-256), precision, dielectric merging, seed,
-// the total sample count and the shard. Throws when a named file cannot be read.
+// the total sample count and the shard. Throws FatalError when a named file cannot be read.
 json runHeader(const json& params, const ExtractionConfig& config, const LongRun& run,
                int64_t nsamples, const std::string& structure_path = "");
 
@@ -92,13 +93,14 @@ public:
     // from several threads. Throws when the write fails.
     void append(int64_t id, const std::string& line);
 
-    // Returns the lines of all samples in id order. Throws unless every index of the range is
-    // held.
+    // Returns the lines of all samples in id order. Throws FatalError unless every index of the
+    // range is held.
     std::vector<std::string> linesInOrder() const;
 
-    // After the sample file is complete: writes OUT.header and removes the journal. Throws when
-    // the header cannot be written.
-    void complete();
+    // Writes the sample file in id order through `out` and commits it, then writes OUT.header
+    // and removes the journal. Throws FatalError when a sample is missing or a write fails; the
+    // journal then stays.
+    void finish(SampleOutput& out);
 
 private:
     void writeAll(const std::string& text);
@@ -118,9 +120,5 @@ private:
 // alike but for the shard index, every index from 0 to nsamples - 1 exactly once) and returns
 // their lines in id order. Throws with a message naming the file, line and id at fault.
 std::vector<std::string> mergeShards(const std::vector<std::string>& files);
-
-// Writes `lines` to `path` through a temporary file beside it that is renamed when complete.
-// Throws when any write fails; `path` is then untouched.
-void writeLinesAtomically(const std::string& path, const std::vector<std::string>& lines);
 
 }  // namespace KARVEN

@@ -23,7 +23,9 @@ int main(int argc, char** argv) {
     }
     try {
         const std::vector<std::string> lines = KARVEN::mergeShards(shards);
-        KARVEN::writeLinesAtomically(output, lines);
+        KARVEN::SampleOutput out(output);
+        for (const std::string& line : lines) out.writeLine(line);
+        out.commit();
         std::cout << "Merged " << lines.size() << " samples from " << shards.size()
                   << " shard files into " << output << std::endl;
     } catch (const std::exception& e) {
