@@ -348,7 +348,7 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     }
     relay.rethrow();
     journal.finish(out);
-    return nsamples;
+    return static_cast<int>(range.size());
 }
 
 namespace {
@@ -453,7 +453,7 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
     }
     relay.rethrow();
     journal.finish(out);
-    return static_cast<int>(structures.size());
+    return static_cast<int>(range.size());
 }
 
 std::vector<json> parse_jsonl(const std::string& path, std::vector<int>* line_numbers) {

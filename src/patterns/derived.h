@@ -20,8 +20,9 @@ public:
     Pattern actualStructure(const Layers& layers, const std::array<double, 4>& p) override;
     // Checks the parameters and the stack, opens the sample file, then draws and solves
     // "nsamples" samples (or the structure file's) and commits the sample file; returns the
-    // number of samples. Throws FatalError on a bad parameter, a stack that cannot carry wires,
-    // an output that cannot be written, or a sample that cannot be drawn or solved.
+    // number of samples in it (this shard's share). Throws FatalError on a bad parameter, a stack
+    // that cannot carry wires, an output that cannot be written, or a sample that cannot be drawn
+    // or solved.
     int populate(const std::string& output_path, const MCTF::MiniCTF& ctf, const json& params,
                  const ExtractionConfig& config) override;
     // Solves the structures of the file named by "structure_input"; returns their number. Every

@@ -220,7 +220,7 @@ protected:
         family.long_run.resume = resume;
         testing::internal::CaptureStdout();
         try {
-            family.populate((dir / file).string(), ctf, params, c, falloffSolver);
+            count = family.populate((dir / file).string(), ctf, params, c, falloffSolver);
         } catch (...) {
             testing::internal::GetCapturedStdout();
             throw;
@@ -231,6 +231,7 @@ protected:
     MCTF::MiniCTF ctf;
     fs::path dir;
     KARVEN::ExtractionConfig config;
+    int count = 0;  // what the last run returned
     // Several wires per sample, so that the normal law of the positions is used.
     json params = {
         {"nsamples", 9}, {"poisson_lambda", 3}, {"window", 30.0}, {"conductor_window", 10.0}};
@@ -272,6 +273,7 @@ TEST_F(LongRuns, ShardsNeverOverlapAndTogetherEqualOneRun) {
             const std::string file = "s" + std::to_string(k) + ".jsonl";
             run(file, k, shards, false, 1 + k % 2);
             const KARVEN::ShardRange r = KARVEN::shardRange(9, k, shards);
+            EXPECT_EQ(count, r.size());  // the samples in its file
             auto part = lines(dir / file);
             ASSERT_EQ(static_cast<int64_t>(part.size()), r.size());
             for (const auto& l : part) {
@@ -288,6 +290,39 @@ TEST_F(LongRuns, ShardsNeverOverlapAndTogetherEqualOneRun) {
         std::reverse(files.begin(), files.end());
         EXPECT_EQ(KARVEN::mergeShards(files), all);
     }
+}
+
+TEST_F(LongRuns, StructureFileShardsTakeTheirLinesWithGlobalIds) {
+    run("drawn.jsonl");
+    // Name each wire's layer from its height, so that the samples can be read back.
+    std::ofstream structures(dir / "structures.jsonl");
+    for (const auto& l : lines(dir / "drawn.jsonl")) {
+        json s = json::parse(l), names = json::array();
+        for (const json& c : s["conductors"]) {
+            std::string name = "substrate";
+            for (const auto* layer : ctf.conductors)
+                if (std::fabs((layer->z_bottom + layer->z_top) / 2 - c[1].get<double>()) < 1e-9)
+                    name = layer->name;
+            names.push_back(name);
+        }
+        s["conductors"].erase(s["conductors"].size() - 1);  // the plate comes back by itself
+        names.erase(names.size() - 1);
+        s["layers"] = names;
+        structures << s.dump() << "\n";
+    }
+    structures.close();
+    params = {{"structure_input", (dir / "structures.jsonl").string()}, {"window", 30.0}};
+    run("whole.jsonl");
+    const auto whole = lines(dir / "whole.jsonl");
+    ASSERT_EQ(whole.size(), 9u);
+    run("second.jsonl", 1, 2);
+    EXPECT_EQ(count, 5);  // 9 lines in 2: 0-3 and 4-8
+    EXPECT_EQ(lines(dir / "second.jsonl"),
+              std::vector<std::string>(whole.begin() + 4, whole.end()));
+    // The structure file's digest is part of the header: another file cannot be resumed.
+    const std::string header = ptest::readFile(dir / "whole.jsonl.header");
+    EXPECT_NE(header.find(KARVEN::sha256File((dir / "structures.jsonl").string())),
+              std::string::npos);
 }
 
 TEST_F(LongRuns, ResumeKeepsJournalSamplesAndDrawsOnlyTheRest) {
