@@ -181,11 +181,6 @@ std::string sampleLine(PatternResult& result, int64_t id) {
 SampleJournal::SampleJournal(const std::string& output_path, const json& header, ShardRange range,
                              bool resume)
     : output_(output_path), path_(journalPath(output_path)), header_(header), range_(range) {
-    const bool existed = exists(path_);
-    if (resume && !existed) {
-        std::cout << "[INFO] no journal " << path_ << " to resume; starting from the first sample"
-                  << std::endl;
-    }
     fd_ = open(path_.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (fd_ < 0) failErrno("Unable to open file " + path_ + " for writing", errno);
     if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
@@ -214,6 +209,10 @@ void SampleJournal::load(bool resume) {
     if (text.empty()) {
         // A new journal, or one cut off before its header reached the disk.
         writeAll(header_.dump() + "\n");
+        if (resume && !adoptFinishedOutput()) {
+            std::cout << "[INFO] no journal " << path_
+                      << " to resume; starting from the first sample" << std::endl;
+        }
         return;
     }
     if (!resume) {
@@ -257,6 +256,30 @@ void SampleJournal::load(bool resume) {
     resumed_ = lines_.size();
     std::cout << "[INFO] resuming from " << path_ << ": " << resumed_ << " of " << range_.size()
               << " samples done" << std::endl;
+}
+
+bool SampleJournal::adoptFinishedOutput() {
+    // A finished run leaves its output and header and no journal; resuming it (a resubmitted
+    // cluster job) takes its samples instead of drawing them again.
+    const std::string header_file = headerPath(output_);
+    if (!exists(output_) || !exists(header_file)) return false;
+    std::istringstream header_text(readAll(header_file));
+    std::string line;
+    std::getline(header_text, line);
+    const json found = json::parse(line, nullptr, false);
+    if (!isHeader(found) || !headerDifference(header_, found, false).empty()) return false;
+    std::map<int64_t, std::string> held;
+    std::istringstream in(readAll(output_));
+    while (std::getline(in, line)) {
+        const int64_t id = lineId(json::parse(line, nullptr, false));
+        if (id < range_.begin || id >= range_.end || !held.emplace(id, line).second) return false;
+    }
+    if (static_cast<int64_t>(held.size()) != range_.size()) return false;
+    lines_ = std::move(held);
+    resumed_ = lines_.size();
+    std::cout << "[INFO] " << output_ << " is already complete (" << resumed_
+              << " samples); nothing to draw" << std::endl;
+    return true;
 }
 
 void SampleJournal::writeAll(const std::string& text) {

@@ -74,9 +74,11 @@ std::string sampleLine(PatternResult& result, int64_t id);
 class SampleJournal {
 public:
     // Opens OUT.journal for the samples of `range`. Without `resume` there must be no journal
-    // holding samples; with it, an existing journal's header must match `header` (a journal that
-    // does not exist is started), its samples are kept and a torn last line is dropped. Throws
-    // naming the file and the problem: another run holds it, a header differs, a line is bad.
+    // holding samples; with it, an existing journal's header must match `header`, its samples
+    // are kept and a torn last line is dropped. With `resume` and no journal, a finished OUT whose
+    // OUT.header matches is taken whole; otherwise the run starts from the first sample. Throws
+    // FatalError naming the file and the problem: another run holds it, a header differs, a line
+    // is bad.
     SampleJournal(const std::string& output_path, const json& header, ShardRange range,
                   bool resume);
     // Closes the journal and leaves it on disk.
@@ -105,6 +107,7 @@ public:
 private:
     void writeAll(const std::string& text);
     void load(bool resume);
+    bool adoptFinishedOutput();
 
     std::string output_;
     std::string path_;

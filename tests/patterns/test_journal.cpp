@@ -362,6 +362,24 @@ TEST_F(LongRuns, ResumeKeepsJournalSamplesAndDrawsOnlyTheRest) {
     }
     run("done.jsonl", 0, 1, true);
     EXPECT_EQ(lines(dir / "done.jsonl"), all);
+
+    // Resuming a finished run (a resubmitted cluster job) keeps its file and draws nothing: a
+    // marked line survives. With another seed the header differs and all is drawn again.
+    run("half.jsonl", 0, 2);  // ids 0 to 3
+    auto half = lines(dir / "half.jsonl");
+    ASSERT_EQ(half.size(), 4u);
+    json marked2 = json::parse(half[2]);
+    marked2["capacitances"][0] = 321.5;
+    half[2] = marked2.dump();
+    {
+        std::ofstream out(dir / "half.jsonl");
+        for (const auto& l : half) out << l << "\n";
+    }
+    const std::string again = run("half.jsonl", 0, 2, true);
+    EXPECT_NE(again.find("half.jsonl is already complete (4 samples)"), std::string::npos) << again;
+    EXPECT_EQ(lines(dir / "half.jsonl"), half);
+    run("half.jsonl", 0, 2, true, 1, 8);
+    EXPECT_NE(lines(dir / "half.jsonl")[2], half[2]);
 }
 
 TEST_F(LongRuns, JournalThatDoesNotFitIsRefusedAndKept) {
