@@ -228,8 +228,7 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
         std::ostringstream os;
         os << "Error: the conductor window " << Wc << " (boundary window " << B
            << ") is too narrow: it must be wider than " << widest / 0.999
-           << ", the widest minimum wire width of the layers in use (" << widest
-           << ") over 0.999";
+           << ", the widest minimum wire width of the layers in use (" << widest << ") over 0.999";
         throw FatalError(os.str());
     }
 
@@ -246,7 +245,8 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     const double left = (-0.5 * Wc) * 0.999;
     const auto widest_factor = static_cast<uint32_t>(std::min(B / narrowest, 4294967295.0));
     // A wire's width factor never exceeds Wc / wmin, so weights past that are never drawn.
-    const auto reachable = static_cast<uint32_t>(std::min<double>(widest_factor, Wc / narrowest + 1));
+    const auto reachable =
+        static_cast<uint32_t>(std::min<double>(widest_factor, Wc / narrowest + 1));
     std::vector<double> weights(reachable);
     for (uint32_t i = 0; i < reachable; ++i) weights[i] = std::pow(exponent_base, i);
     std::cout << "Exponent weight " << exponent_base << " for max factor " << widest_factor
@@ -264,8 +264,8 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
             Layers copy = layers;
             int drawn = layer_count(engine);
             // A stack (or a fixed list) with fewer layers than drawn uses all of them.
-            drawn = std::min(drawn, static_cast<int>(fixed_layers.empty() ? copy.size()
-                                                                          : fixed_layers.size()));
+            drawn = std::min(
+                drawn, static_cast<int>(fixed_layers.empty() ? copy.size() : fixed_layers.size()));
             nlayers_cell.store(drawn, std::memory_order_relaxed);
             if (fixed_layers.empty() && drawn < static_cast<int>(copy.size()))
                 std::shuffle(copy.begin(), copy.end(), engine);
@@ -353,14 +353,18 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
 
 namespace {
 
+// The plate's layer in a sample file read back: every sample gets its plate anyway, so such an
+// entry is skipped.
+const char* const kPlateLayer = "substrate";
+
 // Checks one structure line against the usable layers and the window; throws FatalError naming
 // the file, the line and the conductor.
 void checkStructure(const json& sample, const std::string& where, const Layers& layers, double B) {
     const auto reject = [&](const std::string& what) {
         throw FatalError("Error: structure file " + where + ": " + what);
     };
-    if (!sample.is_object()) reject("must be a JSON object, not a value of type " +
-                                    std::string(sample.type_name()));
+    if (!sample.is_object())
+        reject("must be a JSON object, not a value of type " + std::string(sample.type_name()));
     const json conductors = sample.value("conductors", json());
     const json names = sample.value("layers", json());
     if (!conductors.is_array() || conductors.empty())
@@ -381,7 +385,7 @@ void checkStructure(const json& sample, const std::string& where, const Layers& 
             os << which << ": lies outside the window from " << -B / 2 << " to " << B / 2;
             reject(os.str());
         }
-        if (findLayer(layers, names[j]) == nullptr) {
+        if (findLayer(layers, names[j]) == nullptr && names[j] != kPlateLayer) {
             reject(which + ": layer " + names[j].dump() + " is not a usable layer (" +
                    layerNames(layers) + ")");
         }
@@ -429,6 +433,7 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
                 const json& c = conductors[j];
                 const double cx = c[0].get<double>(), w = c[2].get<double>();
                 const MCTF::ConductorLayer* layer = findLayer(layers, names[j]);
+                if (layer == nullptr) continue;  // the plate of a sample file read back
                 const double x0 = cx - w / 2, x1 = cx + w / 2;
                 if (!passesDesignRules(pattern, x0, layer->z_bottom, x1, layer->z_top,
                                        layer->smin)) {
