@@ -353,6 +353,10 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
 
 namespace {
 
+// The plate's layer in a sample file read back: every sample gets its plate anyway, so such an
+// entry is skipped.
+const char* const kPlateLayer = "substrate";
+
 // Checks one structure line against the usable layers and the window; throws FatalError naming
 // the file, the line and the conductor.
 void checkStructure(const json& sample, const std::string& where, const Layers& layers, double B) {
@@ -381,7 +385,7 @@ void checkStructure(const json& sample, const std::string& where, const Layers& 
             os << which << ": lies outside the window from " << -B / 2 << " to " << B / 2;
             reject(os.str());
         }
-        if (findLayer(layers, names[j]) == nullptr) {
+        if (findLayer(layers, names[j]) == nullptr && names[j] != kPlateLayer) {
             reject(which + ": layer " + names[j].dump() + " is not a usable layer (" +
                    layerNames(layers) + ")");
         }
@@ -434,6 +438,7 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
                 const json& c = conductors[j];
                 const double cx = c[0].get<double>(), w = c[2].get<double>();
                 const MCTF::ConductorLayer* layer = findLayer(layers, names[j]);
+                if (layer == nullptr) continue;  // the plate of a sample file read back
                 const double x0 = cx - w / 2, x1 = cx + w / 2;
                 if (!passesDesignRules(pattern, x0, layer->z_bottom, x1, layer->z_top,
                                        layer->smin)) {

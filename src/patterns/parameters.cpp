@@ -60,8 +60,7 @@ bool isFinite(const json& v) {
 
 void wholeInRange(const std::string& key, const json& v, double lo, double hi) {
     if (!isWhole(v) || v.get<double>() < lo || v.get<double>() > hi) {
-        rejectValue(key, v,
-                    "a whole number from " + number(lo) + " to " + number(hi));
+        rejectValue(key, v, "a whole number from " + number(lo) + " to " + number(hi));
     }
 }
 
@@ -103,8 +102,8 @@ void checkParameterFile(const json& params, const std::string& path) {
 
 void checkRandomParameters(const json& params) {
     static const std::vector<std::string> known = {
-        "structure_input", "nsamples",     "nlayers",          "poisson_lambda", "exponent_base",
-        "fixed_layers",    "window",       "conductor_window", "window_layer"};
+        "structure_input", "nsamples", "nlayers",          "poisson_lambda", "exponent_base",
+        "fixed_layers",    "window",   "conductor_window", "window_layer"};
     if (!params.is_object()) {
         throw FatalError(std::string("Error: the \"Random\" parameters must be a JSON object, not "
                                      "a value of type ") +

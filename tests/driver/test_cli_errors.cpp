@@ -20,6 +20,12 @@ const std::string kStack = KARVEN_SOURCE_DIR "/examples/stack.ctf";
 const std::string kTinyRun =
     R"({"Random": {"nsamples": 1, "poisson_lambda": 0, "window": 4.0, "conductor_window": 2.0}})";
 
+// The whole of a literal, embedded NUL bytes included.
+template <size_t N>
+std::string bytes(const char (&text)[N]) {
+    return std::string(text, N - 1);
+}
+
 std::string readFile(const fs::path& p) {
     std::ifstream in(p);
     return std::string((std::istreambuf_iterator<char>(in)), {});
@@ -48,6 +54,9 @@ protected:
                                 (dir / "log.txt").string() + "' 2>&1";
         const int status = std::system(cmd.c_str());
         log = readFile(dir / "log.txt");
+        // Under the sanitizers a finding also ends with status 1: look for its report.
+        EXPECT_EQ(log.find("Sanitizer"), std::string::npos) << log;
+        EXPECT_EQ(log.find("runtime error:"), std::string::npos) << log;
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     // Runs the tool with `args` under a time limit, so that a hang fails rather than stalls.
@@ -82,7 +91,7 @@ const std::vector<Case> kCases = {
      1,
      "[FATAL] CTF error: empty ctf file."},
     {"random bytes",
-     {{"t.ctf", std::string("\x01\xff\x7f{{\"\x80 ]] 9e9e9", 18)}},
+     {{"t.ctf", bytes("\x01\xff\x7f{{\"\x80 ]]\0 9e9e9")}},
      "-i t.ctf -o out.jsonl",
      1,
      "[FATAL]"},
