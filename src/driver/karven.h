@@ -4,6 +4,7 @@
 #include <string>
 
 #include "patterns/generic.h"
+#include "patterns/journal.h"
 
 struct KarvenConfig {
     std::string ctf_path;
@@ -11,28 +12,42 @@ struct KarvenConfig {
     std::string tmp_folder = "tmp";  // accepted for scripts that pass it; the run does not read it
     std::string param_json_path;
     KARVEN::ExtractionConfig extraction;
+    bool resume = false;  // --resume: finish the run in the journal beside the output
+    std::string shard;    // "k/n" of --shard; empty for the whole run
 };
 
 namespace KARVEN {
 
+// The most walker threads a run may ask for.
+inline constexpr int kMaxThreads = 1024;
+
 class Karven {
 public:
-    // Runs the whole job: reads the stack and the parameters, makes the output folder, lets the
-    // family "Random" produce its output and prints the totals. Errors of the technology file,
-    // of the parameter JSON and of the factory leave as exceptions; a folder that cannot be made
-    // is reported on standard error and ends the run quietly.
+    // Runs the whole job: checks the command line's settings, reads the stack and the
+    // parameters, makes the output folder, lets the family "Random" produce its output and
+    // prints the totals. Every failure leaves as an exception, KARVEN::FatalError for the
+    // expected ones; no output file is left behind then, and an older one stays as it was.
     static void generate(const KarvenConfig& config);
 
     // The run after the stack is read: parameters, output folder, the family, the totals line.
     static void generate(const KarvenConfig& config, const MCTF::MiniCTF& ctf);
 };
 
-// Returns the folder part of an output path: everything before the last "/" or "\", or the
-// whole path when it has neither.
+// Returns the long-run settings of the command line: shard, resume and the technology file.
+// Throws FatalError when --shard is not k/n with 0 <= k < n.
+LongRun longRun(const KarvenConfig& config);
+
+// Checks the settings that come from the command line: an output path, a thread count from 1 to
+// kMaxThreads, a finite precision of at most 1, and for a precision of 0 or below an installed
+// external solver. Throws FatalError naming the option, its value and what is allowed.
+void checkCommandLine(const KarvenConfig& config);
+
+// Returns the folder part of an output path: everything before the last "/" or "\", or ""
+// when it has neither (the current folder).
 std::string outputFolder(const std::string& output_path);
 
 // Creates `folder` and its missing parents with mode 0755, like mkdir -p; only "/" separates.
-// Returns false when a mkdir fails.
+// An empty folder is the current one and needs nothing. Returns false when a mkdir fails.
 bool makeFolders(const std::string& folder);
 
 }  // namespace KARVEN

@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 
 #include "driver/karven.h"
+#include "runtime/failure.h"
+#include "solver/file_utils.h"
 
 int main(int argc, char** argv) {
     KarvenConfig config;
@@ -29,12 +31,27 @@ int main(int argc, char** argv) {
     app.add_option("--param-json", config.param_json_path,
                    "Parameter JSON file path (default: none)");
     app.add_option("--seed", config.extraction.seed, "Random seed (default: 1)");
+    app.add_flag("--resume", config.resume,
+                 "Finish an interrupted run from the journal beside its output");
+    app.add_option("--shard", config.shard,
+                   "Draw only part k of n of the sample indices, k from 0 to n-1 (default: 0/1)")
+        ->type_name("K/N");
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e, std::cout, std::cerr);
     }
-    KARVEN::Karven::generate(config);
+    // SIGINT and SIGTERM remove the unfinished sample file and the solver's temporary files.
+    RW2D::FileUtils::install_signal_cleanup();
+    try {
+        KARVEN::Karven::generate(config);
+    } catch (const KARVEN::FatalError& e) {
+        if (!e.printed()) std::cerr << e.what() << std::endl;
+        return 1;
+    } catch (const std::exception& e) {
+        std::cerr << "Error: " << e.what() << std::endl;
+        return 1;
+    }
     return 0;
 }

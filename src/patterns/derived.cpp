@@ -1,6 +1,7 @@
 #include "patterns/derived.h"
 
 #include <omp.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -9,7 +10,11 @@
 #include <fstream>
 #include <iostream>
 #include <random>
+#include <sstream>
 
+#include "patterns/parameters.h"
+#include "patterns/writer.h"
+#include "runtime/failure.h"
 #include "runtime/progress_bar.h"
 
 namespace KARVEN {
@@ -84,7 +89,8 @@ double automaticConductorWindow(const MCTF::ConductorLayer* layer, double bounda
         if (!config.merge_diel) coats = p.flattenConformals();
         std::vector<double> r =
             solve(p.conductors, layers, coats, domain, config.precision, config.seed);
-        double ratio = std::fabs(r.at(1) / r.at(0));
+        if (r.size() < 2) throw FatalError("Error: the field solver gave no result");
+        double ratio = std::fabs(r[1] / r[0]);
         std::cout << layer->name << " Factor " << factor << "(" << factor * w
                   << ") Ratio: " << ratio << std::endl;
         if (ratio < 0.01) break;
@@ -96,17 +102,53 @@ double automaticConductorWindow(const MCTF::ConductorLayer* layer, double bounda
     return wc;
 }
 
-// Reads fixed_layers[k] as the library would, null (and its type error) past the end.
+// Reads fixed_layers[k]; the entries are checked whole numbers within the usable layers.
 int fixedLayer(const json& fixed, size_t k) {
-    return k < fixed.size() ? fixed[k].get<int>() : json().get<int>();
+    return fixed.at(k).get<int>();
+}
+
+// A sample whose matrix keeps failing the row test would be redrawn for ever.
+constexpr int kMaxRedraws = 100;
+// A sample whose wires keep colliding would be placed again for ever.
+constexpr int kMaxPlacementRestarts = 1000;
+
+std::string layerNames(const Layers& layers) {
+    std::string names;
+    for (const auto* l : layers) names += (names.empty() ? "" : " ") + l->name;
+    return names;
+}
+
+// Stops the run when a usable layer cannot carry wires: a width of 0 would make every width
+// factor infinite.
+void checkLayerRules(const Layers& layers) {
+    for (const auto* l : layers) {
+        if (!(l->wmin > 0) || !std::isfinite(l->wmin) || !(l->smin >= 0) ||
+            !std::isfinite(l->smin)) {
+            std::ostringstream os;
+            os << "Error: layer " << l->name << " has wmin " << l->wmin << " and smin " << l->smin
+               << "; random wires need wmin above 0 and smin of 0 or more";
+            throw FatalError(os.str());
+        }
+    }
+}
+
+// Returns the usable layer called `name`, or null.
+const MCTF::ConductorLayer* findLayer(const Layers& layers, const json& name) {
+    for (const auto* l : layers)
+        if (name == l->name) return l;
+    return nullptr;
 }
 
 }  // namespace
 
 int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, const json& params,
                      const ExtractionConfig& config, const FieldSolver& solve) {
-    if (!params.value("structure_input", std::string()).empty())
+    const json* structure = params.is_object() && params.contains("structure_input")
+                                ? &params["structure_input"]
+                                : nullptr;
+    if (structure != nullptr && structure->is_string() && !structure->get<std::string>().empty())
         return populate_with_structure_input(output_path, ctf, params, config, solve);
+    checkRandomParameters(params);
 
     const int nsamples = static_cast<int>(params.value("nsamples", 1000.0));
     const int nlayers = params.value("nlayers", 5);
@@ -121,12 +163,32 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     window = params.value("window", window);
     double B = window;
 
+    // What the stack must offer, checked before anything is solved.
+    if (layers.empty() && nsamples > 0)
+        throw FatalError("Error: the technology has no usable conductor layer to place wires on");
+    checkLayerRules(layers);
+    for (const json& entry : fixed_layers) {
+        if (entry.get<double>() >= static_cast<double>(layers.size())) {
+            throw FatalError("Error: parameter \"fixed_layers\" = " + fixed_layers.dump() +
+                             " in \"Random\": entry " + entry.dump() +
+                             " is not a usable layer index (0 to " +
+                             std::to_string(static_cast<int>(layers.size()) - 1) + ": " +
+                             layerNames(layers) + ")");
+        }
+    }
+    const std::string wanted = params.value("window_layer", std::string());
+    if (!wanted.empty() && findLayer(layers, wanted) == nullptr) {
+        throw FatalError("Error: parameter \"window_layer\" = " + json(wanted).dump() +
+                         " in \"Random\": must be a usable layer (" + layerNames(layers) + ")");
+    }
+    SampleOutput out(output_path);
+    const ShardRange range = shardRange(nsamples, long_run.shard_index, long_run.shard_count);
+    SampleJournal journal(output_path, runHeader(params, config, long_run, nsamples), range,
+                          long_run.resume);
+
     double Wc = params.value("conductor_window", -1.0);
     if (Wc < 0) {
-        const std::string wanted = params.value("window_layer", std::string());
-        const MCTF::ConductorLayer* probe = nullptr;
-        for (const auto* l : layers)
-            if (l->name == wanted) probe = l;
+        const MCTF::ConductorLayer* probe = findLayer(layers, wanted);
         if (probe == nullptr && !layers.empty()) probe = layers[(layers.size() - 1) / 2];
         if (probe != nullptr) Wc = automaticConductorWindow(probe, B, ctf, config, solve);
     }
@@ -143,188 +205,282 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     } else {
         nlayers_cell = static_cast<int>(fixed_layers.size());
         std::cout << "Using fixed layers: ";
-        for (const json& entry : fixed_layers) {
-            int id = entry.get<int>();
-            if (id >= 0 && id < static_cast<int>(layers.size()))
-                std::cout << layers[id]->name << " ";
-            else
-                std::cout << "[WARN]: invalid layer id " << id << std::endl;
-        }
+        for (const json& entry : fixed_layers) std::cout << layers[entry.get<int>()]->name << " ";
         int central = fixedLayer(fixed_layers, nlayers_cell / 2);
         std::cout << "(" << nlayers_cell << " layers, central conductor placed at "
                   << layers.at(central)->name << " )" << std::endl;
     }
-    if (nsamples > 0 && (layers.empty() || !(Wc > 0))) {
-        // No wire could ever be placed: the draw would never end.
-        std::cerr << "Error: no room to place wires (conductor window " << Wc << ", "
-                  << layers.size() << " usable layers)" << std::endl;
+    if (nsamples == 0) {
+        journal.finish(out);
         return 0;
+    }
+
+    // The first wire of a sample sits at the centre with room 0.4995 Wc on either side; a layer
+    // too wide for that could never be placed, and a sample drawing only such layers would never
+    // end.
+    double widest = 0.0, narrowest = layers.front()->wmin;
+    if (fixed_layers.empty()) {
+        for (const auto* l : layers) widest = std::max(widest, l->wmin);
+    } else {
+        for (const json& entry : fixed_layers)
+            widest = std::max(widest, layers[entry.get<int>()]->wmin);
+    }
+    for (const auto* l : layers) narrowest = std::min(narrowest, l->wmin);
+    if (!(widest / 2 < 0.4995 * Wc)) {
+        std::ostringstream os;
+        os << "Error: the conductor window " << Wc << " (boundary window " << B
+           << ") is too narrow: it must be wider than " << widest / 0.999
+           << ", the widest minimum wire width of the layers in use (" << widest << ") over 0.999";
+        throw FatalError(os.str());
     }
 
     const int nthreads = std::max(1, config.nthreads);
     std::vector<std::mt19937> engines(nthreads);
-    std::poisson_distribution<int> poisson(lambda);
-    std::uniform_int_distribution<int> layer_count(3, 5);
-    std::normal_distribution<double> position(0.0, Wc / 6);
-    std::vector<PatternResult> results(std::max(nsamples, 0));
-    ProgressBar bar(results.size(), 50, 1);
+    const std::vector<int64_t> pending = journal.pending();
+    ProgressBar bar(range.size(), 50, 1, journal.resumedCount());
     omp_set_num_threads(nthreads);
 
     const double right = -(-0.5 * Wc) * 0.999;
     const double left = (-0.5 * Wc) * 0.999;
-    double min_wmin = layers.front()->wmin;
-    for (const auto* l : layers) min_wmin = std::min(min_wmin, l->wmin);
-    const auto widest_factor = static_cast<uint32_t>(B / min_wmin);
-    std::vector<double> weights(widest_factor);
-    for (uint32_t i = 0; i < widest_factor; ++i) weights[i] = std::pow(exponent_base, i);
+    const auto widest_factor = static_cast<uint32_t>(std::min(B / narrowest, 4294967295.0));
+    // A wire's width factor never exceeds Wc / wmin, so weights past that are never drawn.
+    const auto reachable =
+        static_cast<uint32_t>(std::min<double>(widest_factor, Wc / narrowest + 1));
+    std::vector<double> weights(reachable);
+    for (uint32_t i = 0; i < reachable; ++i) weights[i] = std::pow(exponent_base, i);
     std::cout << "Exponent weight " << exponent_base << " for max factor " << widest_factor
               << std::endl;
 
+    FailureRelay relay;
 #pragma omp parallel for schedule(dynamic, 1)
-    for (int i = 0; i < nsamples; ++i) {
-        std::mt19937& engine = engines[omp_get_thread_num()];
-        engine.seed(static_cast<std::mt19937::result_type>(i + config.seed));
-        Layers copy = layers;
-        int drawn = layer_count(engine);
-        // A stack with fewer usable layers than drawn uses all of them.
-        if (fixed_layers.empty()) drawn = std::min(drawn, static_cast<int>(copy.size()));
-        nlayers_cell.store(drawn, std::memory_order_relaxed);
-        if (fixed_layers.empty() && drawn < static_cast<int>(copy.size()))
-            std::shuffle(copy.begin(), copy.end(), engine);
-        int n;
-        // The laws are shared by all workers; their draws are serialised.
-#pragma omp critical(random_laws)
-        n = poisson(engine) + 1;
+    for (size_t t = 0; t < pending.size(); ++t) {
+        if (relay.failed()) continue;
+        relay.run([&] {
+            const int i = static_cast<int>(pending[t]);
+            std::mt19937& engine = engines[omp_get_thread_num()];
+            // Unsigned, so that a seed near the top of the range wraps instead of overflowing.
+            engine.seed(static_cast<std::mt19937::result_type>(static_cast<uint32_t>(i) +
+                                                               static_cast<uint32_t>(config.seed)));
+            // Fresh laws for every sample: the normal law keeps a spare deviate between calls,
+            // which would tie a sample to the one drawn before it on the same worker.
+            std::poisson_distribution<int> poisson(lambda);
+            std::uniform_int_distribution<int> layer_count(3, 5);
+            std::normal_distribution<double> position(0.0, Wc / 6);
+            Layers copy = layers;
+            int drawn = layer_count(engine);
+            // A stack (or a fixed list) with fewer layers than drawn uses all of them.
+            drawn = std::min(
+                drawn, static_cast<int>(fixed_layers.empty() ? copy.size() : fixed_layers.size()));
+            nlayers_cell.store(drawn, std::memory_order_relaxed);
+            if (fixed_layers.empty() && drawn < static_cast<int>(copy.size()))
+                std::shuffle(copy.begin(), copy.end(), engine);
+            const int n = poisson(engine) + 1;
+            PatternResult result;
 
-        for (;;) {
-            Pattern pattern;
-            int trials = 0;
-            const MCTF::ConductorLayer* layer = nullptr;
-            while (static_cast<int>(pattern.conductors.size()) < n) {
-                int k = std::uniform_int_distribution<int>(0, drawn - 1)(engine);
-                if (!fixed_layers.empty()) {
-                    k = pattern.conductors.empty()
-                            ? fixedLayer(fixed_layers,
-                                         nlayers_cell.load(std::memory_order_relaxed) / 2)
-                            : fixedLayer(fixed_layers, k);
+            for (int redraw = 0;; ++redraw) {
+                if (redraw == kMaxRedraws) {
+                    throw FatalError("Error: sample " + std::to_string(i) + " failed the row-sum " +
+                                     "test " + std::to_string(kMaxRedraws) +
+                                     " times in a row; the precision cannot be met");
                 }
-                layer = copy.at(k);
-                const double w = layer->wmin, s = layer->smin;
-                double x = 0.0;
-                if (!pattern.conductors.empty()) {
-#pragma omp critical(random_laws)
-                    x = position(engine);
-                }
-                const double m = std::min(right - x, x - left);
-                const double hw = w / 2;
-                if (hw >= m) continue;
-
-                double h;
-                if (engine() % 10 != 0) {
-                    const double pitch = w + s;
-                    x = static_cast<double>(static_cast<int64_t>(std::round(x / pitch))) * pitch;
-                    const auto f = static_cast<int64_t>(m / hw);
-                    h = hw;
-                    if (f > 1) {
-                        const size_t count = std::min<size_t>(f, weights.size());
-                        std::discrete_distribution<int> width(weights.begin(),
-                                                              weights.begin() + count);
-                        h = hw * (width(engine) + 1);
+                Pattern pattern;
+                int trials = 0, restarts = 0;
+                const MCTF::ConductorLayer* layer = nullptr;
+                while (static_cast<int>(pattern.conductors.size()) < n) {
+                    int k = std::uniform_int_distribution<int>(0, drawn - 1)(engine);
+                    if (!fixed_layers.empty()) {
+                        // The sample's own count, not the shared cell that another sample may
+                        // have set meanwhile.
+                        k = pattern.conductors.empty() ? fixedLayer(fixed_layers, drawn / 2)
+                                                       : fixedLayer(fixed_layers, k);
                     }
-                } else {
-                    h = hw + (m - hw) * std::generate_canonical<double, 53>(engine);
-                }
-                const double x0 = x - h, x1 = x + h;
-                if (passesDesignRules(pattern, x0, layer->z_bottom, x1, layer->z_top, s))
-                    pattern.addConductor(x0, x1, layer);
-                ++trials;
-                if (trials > 10 * n) {
+                    layer = copy.at(k);
+                    const double w = layer->wmin, s = layer->smin;
+                    double x = 0.0;
+                    if (!pattern.conductors.empty()) x = position(engine);
+                    const double m = std::min(right - x, x - left);
+                    const double hw = w / 2;
+                    if (hw >= m) continue;
+
+                    double h;
+                    if (engine() % 10 != 0) {
+                        const double pitch = w + s;
+                        x = static_cast<double>(static_cast<int64_t>(std::round(x / pitch))) *
+                            pitch;
+                        const auto f = static_cast<int64_t>(m / hw);
+                        h = hw;
+                        if (f > 1) {
+                            const size_t count = std::min<size_t>(f, weights.size());
+                            std::discrete_distribution<int> width(weights.begin(),
+                                                                  weights.begin() + count);
+                            h = hw * (width(engine) + 1);
+                        }
+                    } else {
+                        h = hw + (m - hw) * std::generate_canonical<double, 53>(engine);
+                    }
+                    const double x0 = x - h, x1 = x + h;
+                    if (passesDesignRules(pattern, x0, layer->z_bottom, x1, layer->z_top, s))
+                        pattern.addConductor(x0, x1, layer);
+                    ++trials;
+                    if (trials > 10 * n) {
 #pragma omp critical(random_laws_report)
-                    std::cout << "[WARN]: too many trials for sample " << i << ", layer "
-                              << layer->name << ", nconductors = " << n << ", trials = " << trials
-                              << std::endl;
-                    pattern = Pattern{};
-                    trials = 0;
+                        std::cout << "[WARN]: too many trials for sample " << i << ", layer "
+                                  << layer->name << ", nconductors = " << n
+                                  << ", trials = " << trials << std::endl;
+                        if (++restarts == kMaxPlacementRestarts) {
+                            throw FatalError("Error: sample " + std::to_string(i) +
+                                             ": no room for " + std::to_string(n) +
+                                             " wires in the conductor window; lower "
+                                             "\"poisson_lambda\" or widen \"conductor_window\"");
+                        }
+                        pattern = Pattern{};
+                        trials = 0;
+                    }
                 }
+                pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
+                // A sample whose matrix fails the constraint is drawn again with the same count.
+                if (solveConstrained(window, pattern, ctf, config, solve, result)) break;
             }
-            pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
-            // A sample whose matrix fails the constraint is drawn again with the same count.
-            if (solveConstrained(window, pattern, ctf, config, solve, results[i])) break;
-        }
+            journal.append(i, sampleLine(result, i));
 #pragma omp critical
-        bar.tick(name);
+            bar.tick(name);
+        });
     }
-    dump_to_json(results, output_path);
-    return nsamples;
+    relay.rethrow();
+    journal.finish(out);
+    return static_cast<int>(range.size());
 }
+
+namespace {
+
+// The plate's layer in a sample file read back: every sample gets its plate anyway, so such an
+// entry is skipped.
+const char* const kPlateLayer = "substrate";
+
+// Checks one structure line against the usable layers and the window; throws FatalError naming
+// the file, the line and the conductor.
+void checkStructure(const json& sample, const std::string& where, const Layers& layers, double B) {
+    const auto reject = [&](const std::string& what) {
+        throw FatalError("Error: structure file " + where + ": " + what);
+    };
+    if (!sample.is_object())
+        reject("must be a JSON object, not a value of type " + std::string(sample.type_name()));
+    const json conductors = sample.value("conductors", json());
+    const json names = sample.value("layers", json());
+    if (!conductors.is_array() || conductors.empty())
+        reject("\"conductors\" must be a non-empty array of [cx, cy, w, h]");
+    if (!names.is_array() || names.size() != conductors.size())
+        reject("\"layers\" must be an array with one layer name per conductor");
+    for (size_t j = 0; j < conductors.size(); ++j) {
+        const json& c = conductors[j];
+        const std::string which = "conductor " + std::to_string(j) + " " + c.dump();
+        bool numbers = c.is_array() && c.size() == 4;
+        for (size_t k = 0; numbers && k < 4; ++k)
+            numbers = c[k].is_number() && std::isfinite(c[k].get<double>());
+        if (!numbers) reject(which + ": must be [cx, cy, w, h], four finite numbers");
+        const double cx = c[0].get<double>(), w = c[2].get<double>();
+        if (!(w > 0)) reject(which + ": the width must be above 0");
+        if (cx - w / 2 < -B / 2 || cx + w / 2 > B / 2) {
+            std::ostringstream os;
+            os << which << ": lies outside the window from " << -B / 2 << " to " << B / 2;
+            reject(os.str());
+        }
+        if (findLayer(layers, names[j]) == nullptr && names[j] != kPlateLayer) {
+            reject(which + ": layer " + names[j].dump() + " is not a usable layer (" +
+                   layerNames(layers) + ")");
+        }
+    }
+}
+
+}  // namespace
 
 int Random::populate_with_structure_input(const std::string& output_path, const MCTF::MiniCTF& ctf,
                                           const json& params, const ExtractionConfig& config,
                                           const FieldSolver& solve) {
+    checkRandomParameters(params);
     const std::string path = params.value("structure_input", std::string());
-    std::vector<json> structures = parse_jsonl(path);
+    std::vector<int> line_numbers;
+    std::vector<json> structures = parse_jsonl(path, &line_numbers);
     std::cout << "Generating " << structures.size() << " samples from structure input file "
               << json(path).dump() << std::endl;
     const Layers layers = get_nonoverlap_metal_layers(ctf);
     window = params.value("window", window);
     const double B = window;
-
-    std::vector<PatternResult> results(structures.size());
-    ProgressBar bar(results.size(), 50, 1);
-    omp_set_num_threads(config.nthreads);
-#pragma omp parallel for schedule(dynamic, 1)
-    for (size_t i = 0; i < structures.size(); ++i) {
-        const json& sample = structures[i];
-        const json conductors = sample.value("conductors", json());
-        const json names = sample.value("layers", json());
-        Pattern pattern;
-        for (size_t j = 0; j < conductors.size(); ++j) {
-            const json& c = conductors[j];
-            const double cx = c[0].get<double>(), w = c[2].get<double>();
-            (void)c[1].get<double>();
-            (void)c[3].get<double>();
-            const json layer_name = j < names.size() ? names[j] : json();
-            const MCTF::ConductorLayer* layer = nullptr;
-            for (const auto* l : layers)
-                if (layer_name == l->name) layer = l;
-            if (layer == nullptr) {
-#pragma omp critical(structure_report)
-                std::cout << "[WARN]: invalid layer name " << layer_name.dump() << " for conductor "
-                          << j << " in sample " << i << std::endl;
-                continue;
-            }
-            const double x0 = cx - w / 2, x1 = cx + w / 2;
-            if (!passesDesignRules(pattern, x0, layer->z_bottom, x1, layer->z_top, layer->smin)) {
-#pragma omp critical(structure_report)
-                std::cout << "[WARN]: design rule violation for conductor " << j << " in sample "
-                          << i << std::endl;
-                continue;
-            }
-            pattern.addConductor(x0, x1, layer);
-        }
-        pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
-        results[i] = solveFullMatrix(window, pattern, ctf, config, solve);
-#pragma omp critical
-        bar.tick(name);
+    if (!(B > 0)) {
+        throw FatalError("Error: parameter \"window\" = " + json(B).dump() +
+                         " in \"Random\": must be above 0 with a structure file");
     }
-    dump_to_json(results, output_path);
-    return static_cast<int>(structures.size());
+    if (structures.empty()) throw FatalError("Error: structure file " + path + " holds no lines");
+    for (size_t i = 0; i < structures.size(); ++i) {
+        checkStructure(structures[i], path + ", line " + std::to_string(line_numbers[i]), layers,
+                       B);
+    }
+    SampleOutput out(output_path);
+    const auto count = static_cast<int64_t>(structures.size());
+    const ShardRange range = shardRange(count, long_run.shard_index, long_run.shard_count);
+    SampleJournal journal(output_path, runHeader(params, config, long_run, count, path), range,
+                          long_run.resume);
+    const std::vector<int64_t> pending = journal.pending();
+
+    ProgressBar bar(range.size(), 50, 1, journal.resumedCount());
+    omp_set_num_threads(std::max(1, config.nthreads));
+    FailureRelay relay;
+#pragma omp parallel for schedule(dynamic, 1)
+    for (size_t t = 0; t < pending.size(); ++t) {
+        if (relay.failed()) continue;
+        relay.run([&] {
+            const auto i = static_cast<size_t>(pending[t]);
+            const json& sample = structures[i];
+            const json& conductors = sample["conductors"];
+            const json& names = sample["layers"];
+            Pattern pattern;
+            for (size_t j = 0; j < conductors.size(); ++j) {
+                const json& c = conductors[j];
+                const double cx = c[0].get<double>(), w = c[2].get<double>();
+                const MCTF::ConductorLayer* layer = findLayer(layers, names[j]);
+                if (layer == nullptr) continue;  // the plate of a sample file read back
+                const double x0 = cx - w / 2, x1 = cx + w / 2;
+                if (!passesDesignRules(pattern, x0, layer->z_bottom, x1, layer->z_top,
+                                       layer->smin)) {
+#pragma omp critical(structure_report)
+                    std::cout << "[WARN]: design rule violation for conductor " << j
+                              << " in sample " << i << std::endl;
+                    continue;
+                }
+                pattern.addConductor(x0, x1, layer);
+            }
+            pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
+            PatternResult result = solveFullMatrix(window, pattern, ctf, config, solve);
+            journal.append(pending[t], sampleLine(result, pending[t]));
+#pragma omp critical
+            bar.tick(name);
+        });
+    }
+    relay.rethrow();
+    journal.finish(out);
+    return static_cast<int>(range.size());
 }
 
-std::vector<json> parse_jsonl(const std::string& path) {
+std::vector<json> parse_jsonl(const std::string& path, std::vector<int>* line_numbers) {
     std::vector<json> out;
     std::ifstream in(path);
-    if (!in) {
-        std::cerr << "Error: Unable to open file " << path << std::endl;
-        return out;
-    }
+    struct stat st {};
+    if (!in || (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)))
+        throw FatalError("Error: Unable to open file " + path);
+    int number = 0;
     for (std::string line; std::getline(in, line);) {
+        ++number;
+        // Blank lines carry no structure and take no id.
+        if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
         try {
             out.push_back(json::parse(line));
         } catch (const json::exception& e) {
-            std::cerr << "Error parsing JSON line: " << e.what() << std::endl;
+            throw FatalError(std::string("Error parsing JSON line: ") + e.what() + " (" + path +
+                             ", line " + std::to_string(number) + ")");
         }
+        if (line_numbers != nullptr) line_numbers->push_back(number);
     }
+    if (in.bad()) throw FatalError("Error: Unable to read file " + path);
     return out;
 }
 

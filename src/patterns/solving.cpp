@@ -8,6 +8,7 @@
 #include <string>
 
 #include "patterns/derived.h"
+#include "runtime/failure.h"
 #include "runtime/progress_bar.h"
 #include "solver/api_wrapper.h"
 
@@ -74,6 +75,8 @@ bool solveConstrained(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
         std::vector<double> r =
             solve(pattern.conductors, layers, coats, domain, config.precision, config.seed);
         std::swap(pattern.conductors[0], pattern.conductors[k]);
+        // The external route gives nothing when its program failed; it has said why.
+        if (r.size() < n) throw FatalError("Error: the field solver gave no result");
 
         std::vector<double> row(r.begin(), r.begin() + static_cast<std::ptrdiff_t>(n));
         std::swap(row[0], row[k]);
@@ -183,15 +186,20 @@ std::vector<std::pair<Layers, CapLib>> GenericStructure::solveCapLibs(
 
     ProgressBar bar(tasks.size(), 50, 1);
     omp_set_num_threads(config.nthreads);
+    FailureRelay relay;
 #pragma omp parallel for schedule(dynamic, 1)
     for (size_t t = 0; t < tasks.size(); ++t) {
-        auto& [layers, lib] = libs[tasks[t].first];
-        size_t j = tasks[t].second;
-        Pattern pattern = actualStructure(layers, sweepPoint(lib.params, param_order, j));
-        lib.values[j] = solvePattern(pattern, ctf, config);
+        if (relay.failed()) continue;
+        relay.run([&] {
+            auto& [layers, lib] = libs[tasks[t].first];
+            size_t j = tasks[t].second;
+            Pattern pattern = actualStructure(layers, sweepPoint(lib.params, param_order, j));
+            lib.values[j] = solvePattern(pattern, ctf, config);
 #pragma omp critical
-        bar.tick(name);
+            bar.tick(name);
+        });
     }
+    relay.rethrow();
     return libs;
 }
 

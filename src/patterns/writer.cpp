@@ -1,10 +1,20 @@
 #include "patterns/writer.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 
 #include "patterns/derived.h"
+#include "patterns/journal.h"
+#include "runtime/failure.h"
+#include "solver/file_utils.h"
 
 namespace KARVEN {
 
@@ -93,26 +103,87 @@ void format_floats(json& value) {
     }
 }
 
-void Random::dump_to_json(std::vector<PatternResult>& results, const std::string& path) {
-    json samples;
-    for (size_t i = 0; i < results.size(); ++i) {
-        auto& [rects, matrix] = results[i];
-        json conductors = json::array();
-        for (Rect& r : rects) {
-            // The rectangle becomes centre x, centre y, width, height.
-            r = Rect{(r[0] + r[2]) * 0.5, (r[1] + r[3]) * 0.5, r[2] - r[0], r[3] - r[1]};
-            conductors.push_back({r[0], r[1], r[2], r[3]});
-        }
-        json sample;
-        sample["capacitances"] = matrix;
-        sample["conductors"] = std::move(conductors);
-        sample["id"] = static_cast<int64_t>(i);
-        sample["size"] = static_cast<uint64_t>(rects.size());
-        samples.push_back(std::move(sample));
+SampleOutput::SampleOutput(const std::string& output_path)
+    : output_(output_path), temp_(output_path + ".part") {
+    struct stat st {};
+    if (output_.empty() || output_.back() == '/' ||
+        (stat(output_.c_str(), &st) == 0 && S_ISDIR(st.st_mode))) {
+        fail("Unable to open file " + output_ + " for writing", EISDIR);
     }
-    format_floats(samples);
-    std::ofstream out(path, std::ios::trunc);
-    for (const json& sample : samples) out << sample.dump() << '\n';
+    // No O_TRUNC here: the file may be another run's, and only the lock tells.
+    fd_ = open(temp_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd_ < 0) fail("Unable to open file " + temp_ + " for writing", errno);
+    if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        close(fd_);
+        fd_ = -1;
+        if (error == EWOULDBLOCK) {
+            throw FatalError("Error: another run is writing " + output_ + " (it holds " + temp_ +
+                             ")");
+        }
+        fail("Unable to lock " + temp_, error);
+    }
+    try {
+        ticket_ = RW2D::FileUtils::remember_temp_file(temp_);
+    } catch (const std::exception& e) {
+        unlink(temp_.c_str());
+        close(fd_);
+        throw FatalError(std::string("Error: ") + e.what());
+    }
+    if (ftruncate(fd_, 0) != 0) {
+        const int error = errno;
+        unlink(temp_.c_str());
+        RW2D::FileUtils::forget_temp_file(ticket_);
+        close(fd_);
+        fail("Unable to write " + temp_, error);
+    }
+}
+
+SampleOutput::~SampleOutput() {
+    if (committed_) return;
+    // Unlink before closing: the lock keeps a second run off the name until it is gone.
+    unlink(temp_.c_str());
+    RW2D::FileUtils::forget_temp_file(ticket_);
+    if (fd_ >= 0) close(fd_);
+}
+
+void SampleOutput::fail(const std::string& what, int error) const {
+    throw FatalError("Error: " + what + ": " + std::strerror(error));
+}
+
+void SampleOutput::writeLine(const std::string& line) {
+    std::string text = line + '\n';
+    const char* p = text.data();
+    size_t left = text.size();
+    while (left > 0) {
+        const ssize_t n = write(fd_, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) fail("Unable to write " + temp_, n < 0 ? errno : ENOSPC);
+        p += n;
+        left -= static_cast<size_t>(n);
+    }
+}
+
+void SampleOutput::commit() {
+    if (fsync(fd_) != 0) fail("Unable to write " + temp_, errno);
+    const int fd = fd_;
+    fd_ = -1;
+    if (close(fd) != 0) fail("Unable to write " + temp_, errno);
+    if (rename(temp_.c_str(), output_.c_str()) != 0)
+        fail("Unable to rename " + temp_ + " to " + output_, errno);
+    committed_ = true;
+    RW2D::FileUtils::forget_temp_file(ticket_);
+}
+
+void Random::dump_to_json(std::vector<PatternResult>& results, const std::string& path) {
+    SampleOutput out(path);
+    dump_to_json(results, out);
+}
+
+void Random::dump_to_json(std::vector<PatternResult>& results, SampleOutput& out) {
+    for (size_t i = 0; i < results.size(); ++i)
+        out.writeLine(sampleLine(results[i], static_cast<int64_t>(i)));
+    out.commit();
 }
 
 }  // namespace KARVEN

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <iomanip>
 #include <iostream>
@@ -9,12 +10,27 @@
 
 namespace KARVEN {
 
-ProgressBar::ProgressBar(uint64_t total_, uint64_t width_, uint64_t step_)
+namespace {
+
+// The time left as "1h2m3s", "2m3s" or "3s".
+std::string formatEta(uint64_t eta) {
+    std::ostringstream out;
+    if (eta >= 3600) out << eta / 3600 << 'h';
+    if (eta % 3600 >= 60) out << (eta % 3600) / 60 << 'm';
+    out << eta % 60 << 's';
+    return out.str();
+}
+
+}  // namespace
+
+ProgressBar::ProgressBar(uint64_t total_, uint64_t width_, uint64_t step_, uint64_t done)
     : total(total_),
       width(width_),
       step(step_),
+      count(done),
       is_tty(isatty(fileno(stdout)) != 0),
-      start_time(std::chrono::steady_clock::now()) {}
+      start_time(std::chrono::steady_clock::now()),
+      first_count(done) {}
 
 void ProgressBar::tick(const std::string& label) {
     ++count;
@@ -24,6 +40,10 @@ void ProgressBar::tick(const std::string& label) {
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start_time).count();
     double f = static_cast<double>(count) / static_cast<double>(total);
     auto percent = static_cast<uint64_t>(f * 100);
+    // Only this run's ticks tell its pace.
+    const auto made = static_cast<double>(count - std::min(count, first_count));
+    const auto eta = static_cast<uint64_t>(
+        made > 0 ? static_cast<double>(total - std::min(total, count)) * elapsed / made : 0.0);
 
     if (!is_tty) {
         // In a log file one line per percent is plenty; the last tick always shows.
@@ -33,7 +53,9 @@ void ProgressBar::tick(const std::string& label) {
             return;
         }
         std::cout << label << ' ' << percent << "% (" << count << '/' << total << ")   Elapsed "
-                  << std::fixed << std::setprecision(2) << elapsed << "s\n";
+                  << std::fixed << std::setprecision(2) << elapsed << 's';
+        if (count < total) std::cout << "  ETA " << formatEta(eta);
+        std::cout << '\n';
         std::cout.unsetf(std::ios::floatfield);
         std::cout << std::setprecision(6);
         std::cout.flush();
@@ -46,12 +68,7 @@ void ProgressBar::tick(const std::string& label) {
     for (uint64_t i = 0; i < width; ++i) line << (i < filled ? '=' : ' ');
     line << "] " << std::setw(3) << percent << "%  " << count << '/' << total;
     if (count < total) {
-        auto eta = static_cast<uint64_t>(static_cast<double>(total - count) * elapsed /
-                                         static_cast<double>(count));
-        line << "  ETA ";
-        if (eta >= 3600) line << eta / 3600 << 'h';
-        if (eta % 3600 >= 60) line << (eta % 3600) / 60 << 'm';
-        line << eta % 60 << 's';
+        line << "  ETA " << formatEta(eta);
     } else {
         line << "  Elapsed " << std::fixed << std::setprecision(2) << elapsed << 's';
     }

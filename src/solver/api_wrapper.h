@@ -14,8 +14,8 @@ namespace RW2D_API {
 // their N variances; a degenerate wire keeps 0 in both of its slots. precision is the relative
 // one-sigma target of the stopping rule; a precision <= 0 asks for the external solver instead and
 // returns its N capacitances without variances, or an empty vector when it cannot be run.
-// Re-entrant: concurrent calls share only the frozen global table stores. Fatal structure errors
-// end the process (status 0).
+// Re-entrant: concurrent calls share only the frozen global table stores. A fatal structure error
+// prints the solver's red line and throws KARVEN::FatalError, also when a walker thread raised it.
 std::vector<double> extract_capacitance(
     const std::vector<std::array<double, 4>>& wires,
     const std::vector<std::array<double, 2>>& layers,

@@ -1,7 +1,8 @@
 #include "solver/config.h"
 
 #include <cstdio>
-#include <cstdlib>
+
+#include "runtime/failure.h"
 
 namespace RW2D {
 
@@ -15,12 +16,12 @@ Config Config::for_entry(double precision, std::uint32_t seed) {
 }
 
 void Debugger::raise_error(std::string_view message) {
-    // A fatal solver error deliberately leaves exit status 0 and does not unwind.
     std::fwrite("\033[31m[ERROR]", 1, 12, stdout);
     std::fwrite(message.data(), 1, message.size(), stdout);
     std::fwrite("\033[0m\n", 1, 5, stdout);
     std::fflush(stdout);
-    std::exit(0);
+    // The line is the user's message; the caller's program decides how the run ends.
+    throw KARVEN::FatalError(std::string(message), true);
 }
 
 Debugger::Sink Debugger::set_sink(Sink sink) {

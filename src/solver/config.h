@@ -64,8 +64,8 @@ class Debugger {
 public:
     using Sink = void (*)(std::string_view line);
 
-    // Prints "\033[31m[ERROR]" message "\033[0m" and a newline to standard output, then ends the
-    // process with exit status 0 without unwinding. Never returns.
+    // Prints "\033[31m[ERROR]" message "\033[0m" and a newline to standard output, then throws
+    // KARVEN::FatalError with the message, marked as printed. Never returns normally.
     [[noreturn]] static void raise_error(std::string_view message);
 
     // Composes one diagnostic line from its parts (streamed as by operator<<) and hands it to the

@@ -13,6 +13,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "runtime/failure.h"
 #include "solver/file_utils.h"
 #include "solver/parser.h"
 #include "solver/walk_manager.h"
@@ -230,7 +231,9 @@ void MCManager::walk_worker(NetManager* nets, const Config& config,
     std::uint32_t seed;
 #pragma omp critical
     {
-        seed_base *= 3u;
+        // Zero is a fixed point of the step: without the nudge every walker would draw the same
+        // stream from base seed 0.
+        seed_base = seed_base == 0 ? 1u : seed_base * 3u;
         seed = seed_base;
     }
     auto* walker =
@@ -299,8 +302,10 @@ std::vector<double> MCManager::estimate(
         // Without a sampled side in the window no start point exists, and the result is zero
         // whatever the walks would do: skip them rather than search for a start for ever.
         if (global->scale > 0) {
+            KARVEN::FailureRelay relay;
 #pragma omp parallel
-            walk_worker(nets, config, tables, global, seed_base);
+            relay.run([&] { walk_worker(nets, config, tables, global, seed_base); });
+            relay.rethrow();
         }
         // The private stores feed the process-wide ones once the solve is done.
         for (online_table_manager& t : tables) t.merge_all_into_global();
@@ -353,8 +358,10 @@ std::string MCManager::estimate(std::string path, std::vector<online_table_manag
     // A stand-alone run is reproducible whatever the config's seed.
     std::uint32_t seed_base = 10007;
     if (global->scale > 0) {
+        KARVEN::FailureRelay relay;
 #pragma omp parallel
-        walk_worker(nets, config, tables, global, seed_base);
+        relay.run([&] { walk_worker(nets, config, tables, global, seed_base); });
+        relay.rethrow();
     }
     const double elapsed = omp_get_wtime() - t0;
     Debugger::log("walk time cost: ", fixed(elapsed), " s");

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <iostream>
 
+#include "runtime/failure.h"
+
 namespace RW2D {
 
 const std::array<const char*, NUM_RESERVED_WORDS> ReservedWordsList = {
@@ -168,7 +170,7 @@ int count_num_of_objects(const std::string& path) {
     std::ifstream in(path);
     if (!in) {
         std::cerr << "Error, fail to open: " << path << std::endl;
-        std::exit(0);
+        throw KARVEN::FatalError("Error, fail to open: " + path, true);
     }
     int count = 0;
     std::string word;

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
+#include "runtime/failure.h"
 #include "solver/config.h"
 #include "solver/net_manager.h"
 
@@ -68,7 +69,7 @@ std::vector<Object*> parse_structure_text(const std::string& path) {
     std::ifstream in(path);
     if (!in) {
         std::cerr << "Error: Failed to open " << path << std::endl;
-        std::exit(0);
+        throw KARVEN::FatalError("Error: Failed to open " + path, true);
     }
     std::vector<Object*> conductors, dielectrics;
     const auto fail = [&]() {

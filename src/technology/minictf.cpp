@@ -6,6 +6,9 @@
 #include <map>
 #include <stdexcept>
 
+#include "runtime/failure.h"
+#include "runtime/logger.h"
+#include "technology/ctf_error.h"
 #include "technology/process_info.h"
 #include "technology/task.h"
 
@@ -18,8 +21,17 @@ void MiniCTF::parseCtf(const std::string& ctf_path) {
     Task task;
     task.ctf_file = ctf_path;
     ProcessInfo info;
-    // A failed read has been logged; the stack is built from whatever layers it left.
-    info.parseCtfwithInterpreter(task);
+    int status = 0;
+    try {
+        status = info.parseCtfwithInterpreter(task);
+    } catch (const Ctf_Error& e) {
+        // The reader lets the empty-file error through; report it as it reports the others.
+        PLOG::log(5) << e.text << PLOG::endl;
+    }
+    // The reader has logged its failure; a stack cut at the failing statement must not be used.
+    if (status != 1)
+        throw KARVEN::FatalError("Error: the technology file " + ctf_path + " could not be read",
+                                 true);
     for (const Conductor& c : info.conductors)
         appendConductor(c.name, c.base, c.thickness, c.wmin, c.smin, c.side_tan);
     for (const ConformalLayer& d : info.dielectrics)

@@ -41,8 +41,9 @@ public:
     MiniCTF(const MiniCTF&) = delete;
     MiniCTF& operator=(const MiniCTF&) = delete;
 
-    // Reads the stack of the CTF file at `ctf_path` into this object. Throws std::runtime_error
-    // when the file yields a stack the pattern generator cannot use.
+    // Reads the stack of the CTF file at `ctf_path` into this object. Throws KARVEN::FatalError,
+    // marked as printed, when the reader failed (it has logged why), and std::runtime_error when
+    // the file yields a stack the pattern generator cannot use.
     void parseCtf(const std::string& ctf_path);
 
     // Rewrites `plates` so that no plate boundary lies inside a conductor's height range; each

@@ -52,7 +52,12 @@ inline std::string readFile(const std::filesystem::path& p) {
 template <class F>
 std::string quiet(F&& fn) {
     testing::internal::CaptureStdout();
-    fn();
+    try {
+        fn();
+    } catch (...) {
+        testing::internal::GetCapturedStdout();  // end the capture before the error goes on
+        throw;
+    }
     return testing::internal::GetCapturedStdout();
 }
 

@@ -10,6 +10,7 @@
 
 #include "pattern_test_util.h"
 #include "patterns/derived.h"
+#include "runtime/failure.h"
 
 namespace fs = std::filesystem;
 using KARVEN::json;
@@ -164,7 +165,10 @@ TEST_F(RandomSamples, WindowRulesAndSmallStacks) {
 }
 
 TEST_F(RandomSamples, AutomaticWindowFallsBackToTheMiddleLayer) {
-    run({{"nsamples", 0}, {"window", 100.0}, {"window_layer", "NOPE"}}, "auto.jsonl");
+    // A layer name that is not usable is refused before anything is solved.
+    EXPECT_THROW(run({{"nsamples", 0}, {"window_layer", "NOPE"}}, "auto.jsonl"),
+                 KARVEN::FatalError);
+    run({{"nsamples", 0}, {"window", 100.0}}, "auto.jsonl");
     // Six usable layers: the middle one is index 2, M3 (w 0.3, s 0.3).
     EXPECT_NE(printed.find("M3 Factor 2(0.6) Ratio: "), std::string::npos) << printed;
     // The gap to the neighbour is 0.3 factor and the plate lies 1.5 below, so the stand-in's
@@ -192,28 +196,34 @@ TEST_F(RandomSamples, StructureFileRoundTripAndBadLines) {
         s["layers"] = names;
         structures << s.dump() << "\n";
     }
+    // A blank line is skipped without taking an id.
     structures
         << "\n"
-        << R"({"conductors": [[0, 0.6, 0.1, 0.2], [5, 0.6, 0.1, 0.2]], "layers": ["M1", "M9"]})"
+        << R"({"conductors": [[0, 0.6, 0.1, 0.2], [5, 0.6, 0.1, 0.2]], "layers": ["M1", "M1"]})"
         << "\n";
     structures.close();
 
-    testing::internal::CaptureStderr();
     int count = run({{"structure_input", (dir / "structures.jsonl").string()}, {"window", 30.0}},
                     "again.jsonl");
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("Error parsing JSON line: "),
-              std::string::npos);
     EXPECT_EQ(count, 5);
-    EXPECT_NE(printed.find("[WARN]: invalid layer name \"M9\" for conductor 1 in sample 4\n"),
-              std::string::npos);
     auto again = readSamples(dir / "again.jsonl");
     ASSERT_EQ(again.size(), 5u);
     for (size_t i = 0; i < drawn.size(); ++i)
         EXPECT_EQ(again[i]["conductors"], drawn[i]["conductors"]);
-    EXPECT_EQ(again[4]["size"], 2);  // the wire on an unknown layer is left out
+    EXPECT_EQ(again[4]["id"], 4);
+    EXPECT_EQ(again[4]["size"], 3);
 
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(KARVEN::parse_jsonl("/no/such/file.jsonl").empty());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Error: Unable to open file /no/such/file.jsonl\n");
+    // A wire on an unknown layer stops the run, naming the line.
+    std::ofstream(dir / "bad.jsonl") << "\n"
+                                     << R"({"conductors": [[0, 0.6, 0.1, 0.2]], "layers": ["M9"]})"
+                                     << "\n";
+    try {
+        run({{"structure_input", (dir / "bad.jsonl").string()}}, "bad_out.jsonl");
+        FAIL() << "an unknown layer must be refused";
+    } catch (const KARVEN::FatalError& e) {
+        EXPECT_NE(std::string(e.what()).find("bad.jsonl, line 2: conductor 0"), std::string::npos)
+            << e.what();
+    }
+    EXPECT_FALSE(fs::exists(dir / "bad_out.jsonl"));
+    EXPECT_THROW(KARVEN::parse_jsonl("/no/such/file.jsonl"), KARVEN::FatalError);
 }

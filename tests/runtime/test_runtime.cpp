@@ -2,6 +2,7 @@
 // argument table's typed reads.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <regex>
@@ -32,7 +33,9 @@ std::vector<std::string> pipeRun(uint64_t total, uint64_t step, uint64_t ticks, 
 
 TEST(ProgressBarPipe, PrintsAboutOncePerPercentAndTheLastTick) {
     // Up to 100 ticks print every count; above, every total/100-th count (truncated), and the last.
-    static const std::regex form(R"(Solving (\d+)% \((\d+)/(\d+)\)   Elapsed \d+\.\d\ds)");
+    // Every line but the last tells the time left.
+    static const std::regex form(
+        R"(Solving (\d+)% \((\d+)/(\d+)\)   Elapsed \d+\.\d\ds(  ETA \d+s)?)");
     for (uint64_t total : {150u, 200u, 250u, 251u}) {
         SCOPED_TRACE(total);
         const uint64_t every = total < 200 ? 1 : 2;
@@ -48,6 +51,8 @@ TEST(ProgressBarPipe, PrintsAboutOncePerPercentAndTheLastTick) {
             EXPECT_EQ(m[2].str() + "/" + m[3].str(), want[i]);
         }
         EXPECT_TRUE(out.back().starts_with("Solving 100% ("));
+        EXPECT_EQ(out.back().find("ETA"), std::string::npos);
+        EXPECT_NE(out.front().find("  ETA 0s"), std::string::npos);
         if (total == 150) {
             EXPECT_TRUE(out[0].starts_with("Solving 0% (1/150)   Elapsed "));
             EXPECT_TRUE(out[74].starts_with("Solving 50% (75/150)   Elapsed "));
@@ -58,6 +63,32 @@ TEST(ProgressBarPipe, PrintsAboutOncePerPercentAndTheLastTick) {
     ASSERT_EQ(stepped.size(), 2u);
     EXPECT_TRUE(stepped[0].starts_with("x 50% (5/10)"));
     EXPECT_TRUE(pipeRun(0, 1, 1, "x").empty());
+}
+
+TEST(ProgressBar, ResumedBarStartsFromItsDoneCountAndTimesOnlyNewTicks) {
+    // 5 of 10 were done before; one new tick took 10 s, so 4 left take 40 s. Counting all 6
+    // ticks as this run's would promise 4 x 10 / 6 = 6 s.
+    for (bool tty : {false, true}) {
+        SCOPED_TRACE(tty);
+        KARVEN::ProgressBar bar(10, 10, 1, 5);
+        bar.is_tty = tty;
+        bar.start_time -= std::chrono::seconds(10);
+        testing::internal::CaptureStdout();
+        bar.tick("Run");
+        std::string out = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(bar.count, 6u);
+        EXPECT_NE(out.find(tty ? "  60%  6/10  ETA 40s" : "Run 60% (6/10)   Elapsed 10."),
+                  std::string::npos)
+            << out;
+        EXPECT_NE(out.find("ETA 40s"), std::string::npos) << out;
+    }
+    // Longer times in hours, minutes and seconds: 9 left at 1000 s each.
+    KARVEN::ProgressBar slow(10, 10, 1);
+    slow.is_tty = false;
+    slow.start_time -= std::chrono::seconds(1000);
+    testing::internal::CaptureStdout();
+    slow.tick("Run");
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("  ETA 2h30m0s"), std::string::npos);
 }
 
 TEST(ProgressBarTerminal, RedrawsOneLineWithBarEtaAndPadding) {

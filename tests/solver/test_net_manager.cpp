@@ -307,7 +307,7 @@ TEST(SolverNets, EmptyNetsAndUnknownModeAreFatal) {
         {query(NEIGHBOR_SCAN, Vector2D{2.5, 0.5}), "Point inside some net."},
     };
     for (const auto& [fn, message] : cases)
-        EXPECT_EQ(run_in_child(fn), std::make_pair(0, "\033[31m[ERROR]" + message + "\033[0m\n"));
+        EXPECT_EQ(run_in_child(fn), std::make_pair(1, "\033[31m[ERROR]" + message + "\033[0m\n"));
 }
 
 TEST(SolverNets, NeighborAbsorbsOnConductorsAndOnTheAbsorbingBoundary) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/failure.h"
 #include "solver/object_language.h"
 
 namespace {
@@ -121,12 +122,21 @@ TEST(ObjectLanguageCount, CountsOnlyFreeStandingShapeKeywords) {
     std::remove(path.c_str());
 }
 
-TEST(ObjectLanguageCountDeathTest, UnreadableFileEndsWithStatusZero) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(RW2D::count_num_of_objects("/nonexistent/objlang_in.txt"),
-                testing::ExitedWithCode(0), "Error, fail to open: /nonexistent/objlang_in.txt");
-    EXPECT_EXIT(RW2D::parse_objects("/nonexistent/objlang_in.txt"), testing::ExitedWithCode(0),
-                "Error, fail to open: /nonexistent/objlang_in.txt");
+TEST(ObjectLanguageCount, UnreadableFileThrowsTheFatalErrorItPrinted) {
+    for (int parse = 0; parse < 2; ++parse) {
+        testing::internal::CaptureStderr();
+        try {
+            if (parse)
+                RW2D::parse_objects("/nonexistent/objlang_in.txt");
+            else
+                RW2D::count_num_of_objects("/nonexistent/objlang_in.txt");
+            ADD_FAILURE() << "an unreadable file must fail";
+        } catch (const KARVEN::FatalError& e) {
+            EXPECT_TRUE(e.printed());
+        }
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "Error, fail to open: /nonexistent/objlang_in.txt\n");
+    }
 }
 
 TEST(ObjectLanguageParse, EachStatementForm) {

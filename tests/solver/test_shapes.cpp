@@ -9,13 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "runtime/failure.h"
 #include "solver/config.h"
 #include "solver/shapes.h"
 
 namespace karven_test {
 
 // Runs fn in a child process with standard output captured; returns {exit status or -signal,
-// output}. Shared with the other solver test files.
+// output}. A FatalError ends the child with status 1, as the tool's main does. Shared with the
+// other solver test files.
 std::pair<int, std::string> run_in_child(const std::function<void()>& fn) {
     int fds[2];
     if (pipe(fds) != 0) return {-1000, ""};
@@ -24,7 +26,12 @@ std::pair<int, std::string> run_in_child(const std::function<void()>& fn) {
     if (pid == 0) {
         close(fds[0]);
         dup2(fds[1], STDOUT_FILENO);
-        fn();
+        try {
+            fn();
+        } catch (const KARVEN::FatalError&) {
+            std::fflush(stdout);
+            _exit(1);
+        }
         std::fflush(stdout);
         _exit(77);  // fn was expected not to return
     }
@@ -168,16 +175,16 @@ TEST(SolverShapes, TrapezoidOverlapCenterCopyAndText) {
     EXPECT_EQ(text_of(two), "Trapezoid{Rectangle{(0,0),(2,1)},Rectangle{(0.5,1),(1.5,2)},}");
 }
 
-TEST(SolverShapes, FatalErrorsPrintRedLineAndExitWithZero) {
+TEST(SolverShapes, FatalErrorsPrintRedLineAndFail) {
     EXPECT_EQ(run_in_child([] {
                   double d;
                   Trapezoid().distance(Vector2D{0, 0}, d);
               }),
-              std::make_pair(0, std::string("\033[31m[ERROR]trapezoid empty\033[0m\n")));
+              std::make_pair(1, std::string("\033[31m[ERROR]trapezoid empty\033[0m\n")));
     EXPECT_EQ(run_in_child([] {
                   staircase().distance_eu(Vector2D{0, 0});
               }),
-              std::make_pair(0, std::string("\033[31m[ERROR]not implemented\033[0m\n")));
+              std::make_pair(1, std::string("\033[31m[ERROR]not implemented\033[0m\n")));
 }
 
 namespace {

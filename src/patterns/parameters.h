@@ -1,0 +1,32 @@
+#pragma once
+// Checks of the parameter file before anything is solved: the top level, and every key of the
+// "Random" object against its type and a sane range. Checks that need the stack are made by the
+// family itself.
+
+#include <string>
+#include <vector>
+
+#include "patterns/generic.h"
+
+namespace KARVEN {
+
+// Upper limits of the sample count and of the two windows (in the stack's length unit): beyond
+// them a run would not end or not fit in memory.
+inline constexpr double kMaxSamples = 10000000;
+inline constexpr double kMaxWindow = 10000;
+
+// Returns the entry of `known` nearest to `name` by edit distance (the first on a tie), or ""
+// when `known` is empty.
+std::string closestName(const std::string& name, const std::vector<std::string>& known);
+
+// Checks the whole parameter document read from `path`: it must be an object whose values are
+// objects. Keys that name no registered family are reported on standard error with the closest
+// family name. Throws FatalError naming the problem.
+void checkParameterFile(const json& params, const std::string& path);
+
+// Checks the keys of the "Random" object: each known key against its type and range, unknown
+// keys as a warning on standard error with the closest known key. Throws FatalError naming the
+// key, the value and what is allowed.
+void checkRandomParameters(const json& params);
+
+}  // namespace KARVEN

@@ -1,0 +1,175 @@
+// Long runs through the built programs: a run killed with SIGKILL part-way and resumed gives the
+// file of an uninterrupted run, shards merged by karven-merge give it too, and the merge refuses
+// shard files that do not make one run.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+extern char** environ;
+
+namespace {
+
+const std::string kKarven = KARVEN_BINARY;
+const std::string kMerge = (fs::path(KARVEN_BINARY).parent_path() / "karven-merge").string();
+const std::string kStack = KARVEN_SOURCE_DIR "/examples/stack.ctf";
+// Six one-wire samples, solved coarsely: about half a second each on one core.
+const std::string kParams =
+    R"({"Random": {"nsamples": 6, "poisson_lambda": 0, "window": 10.0, "conductor_window": 4.0}})";
+
+std::string readFile(const fs::path& p) {
+    std::ifstream in(p);
+    return std::string((std::istreambuf_iterator<char>(in)), {});
+}
+
+size_t countLines(const fs::path& p) {
+    const std::string text = readFile(p);
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+class LongRunTool : public testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+        dir = fs::path(testing::TempDir()) /
+              ("karven_long_" + std::to_string(getpid()) + "_" + info->name());
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        std::ofstream(dir / "p.json") << kParams;
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    // The tool's arguments for output `out` (in the test's folder) and `extra` options.
+    std::vector<std::string> args(const std::string& out, std::vector<std::string> extra) {
+        std::vector<std::string> a = {kKarven,
+                                      "-i",
+                                      kStack,
+                                      "-o",
+                                      (dir / out).string(),
+                                      "--param-json",
+                                      (dir / "p.json").string(),
+                                      "-p",
+                                      "0.05",
+                                      "--seed",
+                                      "3"};
+        a.insert(a.end(), extra.begin(), extra.end());
+        return a;
+    }
+
+    // Starts `argv` with its output going to log.txt; returns its process id.
+    pid_t start(const std::vector<std::string>& argv) {
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        const std::string log = (dir / "log.txt").string();
+        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
+        std::vector<char*> raw;
+        for (const std::string& a : argv) raw.push_back(const_cast<char*>(a.c_str()));
+        raw.push_back(nullptr);
+        pid_t pid = -1;
+        const int error = posix_spawn(&pid, raw[0], &actions, nullptr, raw.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        EXPECT_EQ(error, 0);
+        return pid;
+    }
+
+    // Runs `argv` to its end; returns its exit status (-1 when killed) and keeps its output.
+    int run(const std::vector<std::string>& argv) {
+        int status = 0;
+        waitpid(start(argv), &status, 0);
+        log = readFile(dir / "log.txt");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    fs::path dir;
+    std::string log;
+};
+
+}  // namespace
+
+TEST_F(LongRunTool, RunKilledAtARandomMomentResumesToTheUninterruptedFile) {
+    ASSERT_EQ(run(args("whole/s.jsonl", {"-n", "1"})), 0) << log;
+    const std::string whole = readFile(dir / "whole/s.jsonl");
+    ASSERT_EQ(std::count(whole.begin(), whole.end(), '\n'), 6);
+
+    // Kill after the header and one to three samples, plus up to a fifth of a second, so that
+    // the kill may land in the middle of a solve or of a journal write.
+    std::mt19937 pick(std::random_device{}());
+    const size_t after = 1 + pick() % 3;
+    const int delay_ms = static_cast<int>(pick() % 200);
+    SCOPED_TRACE("killed after " + std::to_string(after) + " samples + " +
+                 std::to_string(delay_ms) + " ms");
+    const fs::path journal = dir / "cut/s.jsonl.journal";
+    const pid_t pid = start(args("cut/s.jsonl", {"-n", "1"}));
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!(fs::exists(journal) && countLines(journal) >= 1 + after) &&
+           std::chrono::steady_clock::now() < limit)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
+    kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the run ended before the kill";
+
+    // What the kill leaves: no sample file, and a journal of whole lines past the header.
+    EXPECT_FALSE(fs::exists(dir / "cut/s.jsonl"));
+    const size_t kept = countLines(journal);
+    EXPECT_GE(kept, 1 + after);
+    EXPECT_LT(kept, 7u);
+    std::ifstream in(journal);
+    std::string line;
+    for (size_t i = 0; i < kept && std::getline(in, line); ++i)
+        EXPECT_TRUE(nlohmann::json::accept(line)) << line;
+
+    // Without --resume the journal is not overwritten.
+    EXPECT_EQ(run(args("cut/s.jsonl", {"-n", "1"})), 1);
+    EXPECT_NE(log.find("holds an unfinished run; add --resume to finish it"), std::string::npos)
+        << log;
+    // A resumed run on two threads gives the one-thread run's file and removes the journal.
+    ASSERT_EQ(run(args("cut/s.jsonl", {"-n", "2", "--resume"})), 0) << log;
+    EXPECT_NE(log.find("samples done"), std::string::npos) << log;
+    EXPECT_EQ(readFile(dir / "cut/s.jsonl"), whole);
+    EXPECT_FALSE(fs::exists(journal));
+}
+
+TEST_F(LongRunTool, ShardsMergedByTheToolEqualOneRunAndBadSetsAreRefused) {
+    ASSERT_EQ(run(args("whole.jsonl", {"-n", "1"})), 0) << log;
+    for (int k = 0; k < 3; ++k) {
+        const std::string shard = std::to_string(k) + "/3";
+        ASSERT_EQ(run(args("part" + std::to_string(k) + ".jsonl", {"--shard", shard})), 0) << log;
+        // Shard k of six samples in three holds ids 2k and 2k + 1.
+        std::ifstream in(dir / ("part" + std::to_string(k) + ".jsonl"));
+        std::vector<int> ids;
+        for (std::string line; std::getline(in, line);)
+            ids.push_back(nlohmann::json::parse(line)["id"].get<int>());
+        EXPECT_EQ(ids, (std::vector<int>{2 * k, 2 * k + 1}));
+    }
+    auto part = [&](int k) { return (dir / ("part" + std::to_string(k) + ".jsonl")).string(); };
+    const std::string merged = (dir / "merged.jsonl").string();
+    ASSERT_EQ(run({kMerge, "-o", merged, part(2), part(0), part(1)}), 0) << log;
+    EXPECT_EQ(readFile(merged), readFile(dir / "whole.jsonl"));
+
+    EXPECT_EQ(run({kMerge, "-o", (dir / "bad.jsonl").string(), part(0), part(2)}), 1);
+    EXPECT_NE(log.find("Error: missing id 2 "), std::string::npos) << log;
+    EXPECT_EQ(run({kMerge, "-o", (dir / "bad.jsonl").string(), part(0), part(1), part(1), part(2)}),
+              1);
+    EXPECT_NE(log.find("Error: duplicate id 2: in "), std::string::npos) << log;
+    EXPECT_FALSE(fs::exists(dir / "bad.jsonl"));
+
+    EXPECT_EQ(run(args("x.jsonl", {"--shard", "3/3"})), 1);
+    EXPECT_NE(log.find("Error: --shard 3/3: must be k/n"), std::string::npos) << log;
+}

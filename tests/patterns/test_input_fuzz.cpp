@@ -1,0 +1,171 @@
+// Random damage to the parameter object and to structure lines: every variant must either run or
+// stop with a FatalError, never with another exception, a crash or a hang. Runs with a stand-in
+// solver, so each variant costs microseconds.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "pattern_test_util.h"
+#include "patterns/derived.h"
+#include "patterns/parameters.h"
+#include "runtime/failure.h"
+
+namespace fs = std::filesystem;
+using KARVEN::json;
+
+namespace {
+
+// A solver whose rows already sum to zero: one coupling of -0.1 to each other wire.
+std::vector<double> flatSolver(const std::vector<KARVEN::Rect>& wires,
+                               const std::vector<std::array<double, 2>>&,
+                               const std::vector<KARVEN::ConformalRect>&, const KARVEN::Rect&,
+                               double, int) {
+    const size_t n = wires.size();
+    std::vector<double> r(2 * n, 1e-6);
+    for (size_t j = 0; j < n; ++j) r[j] = j == 0 ? 0.1 * static_cast<double>(n - 1) : -0.1;
+    return r;
+}
+
+// Values that stress a reader: wrong types, edges, non-finite numbers as JSON can carry them.
+json oddValue(std::mt19937& rng) {
+    static const std::vector<json> values = {json(nullptr),
+                                             true,
+                                             0,
+                                             -1,
+                                             1,
+                                             2.5,
+                                             -0.0,
+                                             1e308,
+                                             -1e308,
+                                             4294967296.0,
+                                             "",
+                                             "M1",
+                                             "ten",
+                                             json::array(),
+                                             json::array({0, 1}),
+                                             json::array({0, 99}),
+                                             json::object(),
+                                             1e-300,
+                                             3,
+                                             0.3,
+                                             5,
+                                             100,
+                                             -5,
+                                             json::array({"x"}),
+                                             1e9};
+    return values[std::uniform_int_distribution<size_t>(0, values.size() - 1)(rng)];
+}
+
+class InputFuzz : public testing::Test {
+protected:
+    void SetUp() override {
+        ptest::fillStack(ctf, {{"A", 0.5, 0.2, 0.1, 0.1}, {"B", 1.0, 0.2, 0.2, 0.2}}, 2.0, 3.9);
+        dir = fs::path(testing::TempDir()) / ("fuzz_" + std::to_string(getpid()));
+        fs::create_directories(dir);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    // Runs the family on `params`; returns true when it ran, false on a FatalError. Any other
+    // exception fails the test.
+    bool runs(const json& params) {
+        KARVEN::Random family;
+        bool ok = false;
+        testing::internal::CaptureStderr();
+        try {
+            ptest::quiet([&] {
+                family.populate((dir / "out.jsonl").string(), ctf, params, {1, 0.01, true, 1},
+                                flatSolver);
+            });
+            ok = true;
+        } catch (const KARVEN::FatalError& e) {
+            EXPECT_EQ(std::string(e.what()).rfind("Error", 0), 0u) << e.what();
+        } catch (const std::exception& e) {
+            ADD_FAILURE() << params.dump() << ": " << e.what();
+        }
+        testing::internal::GetCapturedStderr();
+        EXPECT_FALSE(fs::exists(dir / "out.jsonl.part"));
+        return ok;
+    }
+
+    MCTF::MiniCTF ctf;
+    fs::path dir;
+};
+
+}  // namespace
+
+TEST_F(InputFuzz, DamagedParameterObjects) {
+    const json base = {{"nsamples", 2},           {"poisson_lambda", 1},  {"window", 6.0},
+                       {"conductor_window", 3.0}, {"exponent_base", 0.5}, {"nlayers", 2}};
+    ASSERT_TRUE(runs(base));
+    const std::vector<std::string> keys = {"nsamples",         "poisson_lambda", "window",
+                                           "conductor_window", "exponent_base",  "nlayers",
+                                           "fixed_layers",     "window_layer",   "nsampels"};
+    std::mt19937 rng(2024);
+    int ran = 0;
+    for (int round = 0; round < 300; ++round) {
+        json params = base;
+        const int changes = std::uniform_int_distribution<int>(1, 3)(rng);
+        for (int c = 0; c < changes; ++c)
+            params[keys[std::uniform_int_distribution<size_t>(0, keys.size() - 1)(rng)]] =
+                oddValue(rng);
+        // The automatic window solves a growing spacing up to the domain's edge; keep it short.
+        if (!params["conductor_window"].is_number() || params["conductor_window"] < 0)
+            params["conductor_window"] = 3.0;
+        if (runs(params)) ++ran;
+    }
+    // Both outcomes occur, so the loop exercises the checks and the runs behind them.
+    EXPECT_GT(ran, 10);
+    EXPECT_LT(ran, 290);
+}
+
+TEST_F(InputFuzz, DamagedStructureLines) {
+    const std::string good = R"({"conductors": [[0, 0.6, 0.1, 0.2], [1, 1.1, 0.2, 0.2]], )"
+                             R"("layers": ["A", "B"]})";
+    std::mt19937 rng(7);
+    int ran = 0;
+    for (int round = 0; round < 300; ++round) {
+        json line = json::parse(good);
+        const int what = std::uniform_int_distribution<int>(0, 5)(rng);
+        const size_t j = std::uniform_int_distribution<size_t>(0, 1)(rng);
+        const size_t k = std::uniform_int_distribution<size_t>(0, 3)(rng);
+        switch (what) {
+            case 0:
+                line["conductors"][j][k] = oddValue(rng);
+                break;
+            case 1:
+                line["conductors"][j] = oddValue(rng);
+                break;
+            case 2:
+                line["layers"][j] = oddValue(rng);
+                break;
+            case 3:
+                line[round % 2 ? "conductors" : "layers"] = oddValue(rng);
+                break;
+            case 4:
+                line = oddValue(rng);
+                break;
+            default:
+                line["conductors"].push_back(oddValue(rng));
+                break;
+        }
+        std::string text = line.dump();
+        // Now and then cut the line short, or surround it with blank lines.
+        if (round % 7 == 0) text = text.substr(0, text.size() / 2);
+        if (round % 5 == 0) text = "\n  \n" + text + "\n\n";
+        std::ofstream(dir / "s.jsonl") << text << "\n";
+        if (runs({{"structure_input", (dir / "s.jsonl").string()}, {"window", 6.0}})) ++ran;
+    }
+    EXPECT_GT(ran, 5);
+    EXPECT_LT(ran, 290);
+}
+
+TEST(ClosestName, PicksTheSmallestEditDistance) {
+    const std::vector<std::string> keys = {"nsamples", "nlayers", "window", "conductor_window"};
+    EXPECT_EQ(KARVEN::closestName("nsampels", keys), "nsamples");  // a swap costs two edits
+    EXPECT_EQ(KARVEN::closestName("nlayer", keys), "nlayers");
+    EXPECT_EQ(KARVEN::closestName("conductorwindow", keys), "conductor_window");
+    EXPECT_EQ(KARVEN::closestName("Window", keys), "window");
+    EXPECT_EQ(KARVEN::closestName("x", {}), "");
+}
