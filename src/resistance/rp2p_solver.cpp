@@ -169,7 +169,6 @@ int RP2PSolver::trimNodeGraph(long a, long b, NodeSet& nodes, int& series) {
             cut_any = true;
         }
     }
-    if (!cut_any) return 0;
     // What stays is what a reaches without crossing into a cut piece: every visited node whose
     // chain of parents meets no cut root. Parents are discovered first, so one pass in discovery
     // order settles each node.
@@ -187,6 +186,15 @@ int RP2PSolver::trimNodeGraph(long a, long b, NodeSet& nodes, int& series) {
     for (long v = 0; v < n_nodes; ++v)
         if (kept[v]) nodes.push_back(v);
     if (kept_count == path_count) series = 1;
+    // Nothing cut and more than a chain: the trim gains nothing, the caller takes the whole
+    // graph. (A chain from end to end is still summed rather than solved: solving it would lose
+    // digits in the current out of a, whose neighbour's potential is then close to 1.)
+    if (!cut_any && !series) {
+        nodes.clear();
+        stack_marks.assign(n_nodes, 0);
+        target_marks.assign(n_nodes, 0);
+        return 0;
+    }
     stack_marks.assign(n_nodes, 0);
     target_marks.assign(n_nodes, 0);
     return 1;
