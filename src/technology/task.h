@@ -43,4 +43,15 @@ struct Task {
     int enable_cache = 0;
     int auto_cache_limit = 0;
     std::string cache_dir;
+    // Folder of the job file, absolute, ending in "/"; relative paths in it are taken from here.
+    std::string cmd_dir;
+
+    // Output files of the layout verification run, found in its query command file.
+    std::string gds_map_file;
+    std::string device_table_file;
+    std::string gds_file;
+    std::string layout_netlist_file;
+    std::string layout_nametable_file;
+    std::string separated_properties_file;
+    std::string port_table_file;
 };
