@@ -15,6 +15,8 @@ namespace {
 
 using SpMat = Eigen::SparseMatrix<double>;
 using Ldlt = Eigen::SimplicialLDLT<SpMat, Eigen::Lower, Eigen::AMDOrdering<int>>;
+// One triangle for conjugate gradients too: with both, Eigen runs the product on OpenMP threads,
+// which gains little for a matrix this sparse and loses much on a busy machine.
 using Cg = Eigen::ConjugateGradient<SpMat, Eigen::Lower, Eigen::DiagonalPreconditioner<double>>;
 
 // The iteration cap of the conjugate gradient solver for a matrix of n rows: a budget spread

@@ -263,6 +263,14 @@ TEST(P2PSolver, BatchPathsAgreeWithPairwiseSolvesOnManyPairs) {
         EXPECT_NEAR(first[i], pair, 1e-9 * pair);
         EXPECT_NEAR(by_source[i], pair, 1e-9 * pair);
     }
+    // The batch path by conjugate gradients: one preconditioner, one iteration per pair.
+    s.use_cg = 1;
+    std::vector<double> by_cg;
+    s.batchsolveCurrentFirst(from, to, by_cg);
+    for (size_t i = 0; i < from.size(); ++i)
+        if (from[i] != to[i]) {
+            EXPECT_NEAR(by_cg[i], first[i], 1e-7 * first[i]);
+        }
 }
 
 TEST(P2PSolver, GroupSelectionTakesOnlyThatGroupsResistors) {
