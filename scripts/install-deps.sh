@@ -12,6 +12,7 @@ packages=(
   libomp-dev
   clang-format
   ccache
+  klayout python3-matplotlib
 )
 
 missing=()

@@ -1,0 +1,170 @@
+// The bias instrument: full capacitance matrices of the finite-element reference structures,
+// pooled over several seeds, entry by entry against the reference.
+//
+//   build/bench/bench_accuracy [--precision P=0.005] [--seeds K=4] [--first-seed S=1]
+//                              [--dir FOLDER] [structure ...]
+//
+// Each conductor (the ground plate last) is master once per seed; every solve runs one walker
+// thread, and solves run in parallel on all cores. Per entry it prints the reference, the mean
+// error over the seeds in percent of the row's diagonal, the standard error of that mean (from
+// the solvers' own variances, which stay meaningful with two seeds) and z = mean / standard
+// error, flagging |z| > 3. Per structure, the ratio of the seed spread to those standard errors
+// checks that the solver's error bars are honest (about 1 when they are). Rows are the raw
+// solver rows, before any symmetrisation, so a bias of one master's solve shows in its own row.
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "solver/api_wrapper.h"
+#include "support/validation_reference.h"
+
+namespace {
+
+const std::vector<std::string> kAllStructures = {
+    "01_plate_full",    "02_wire_over_ground", "03_three_wires", "04_two_levels",
+    "05_layered_stack", "06_conformal_coats",  "07_random_like", "09_near_side_wall"};
+
+struct Options {
+    double precision = 0.005;
+    int seeds = 4;
+    int first_seed = 1;
+    std::string dir = KARVEN_VALIDATION_DIR;
+    std::vector<std::string> structures;
+};
+
+Options parse(int argc, char** argv) {
+    Options o;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        auto next = [&]() -> const char* {
+            if (i + 1 >= argc) {
+                std::fprintf(stderr, "bench_accuracy: %s needs a value\n", a.c_str());
+                std::exit(2);
+            }
+            return argv[++i];
+        };
+        if (a == "--precision")
+            o.precision = std::atof(next());
+        else if (a == "--seeds")
+            o.seeds = std::atoi(next());
+        else if (a == "--first-seed")
+            o.first_seed = std::atoi(next());
+        else if (a == "--dir")
+            o.dir = next();
+        else
+            o.structures.push_back(a);
+    }
+    if (o.structures.empty()) o.structures = kAllStructures;
+    if (o.seeds < 1 || !(o.precision > 0)) {
+        std::fprintf(stderr, "bench_accuracy: need --seeds >= 1 and --precision > 0\n");
+        std::exit(2);
+    }
+    return o;
+}
+
+struct Solve {
+    std::size_t structure, seed, master;
+    std::vector<double> row, variance;  // in the structure's conductor order
+    double seconds = 0;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const Options opt = parse(argc, argv);
+    std::vector<karven_test::ValidationReference> refs;
+    for (const auto& s : opt.structures)
+        refs.push_back(karven_test::load_validation_reference(opt.dir, s));
+
+    std::vector<Solve> solves;
+    for (std::size_t s = 0; s < refs.size(); ++s)
+        for (int k = 0; k < opt.seeds; ++k)
+            for (std::size_t m = 0; m < refs[s].wires.size(); ++m)
+                solves.push_back({s, static_cast<std::size_t>(k), m, {}, {}, 0});
+
+    std::printf("precision %g, %d seeds from %d, %zu solves on %d threads\n", opt.precision,
+                opt.seeds, opt.first_seed, solves.size(), omp_get_max_threads());
+    const double t0 = omp_get_wtime();
+#pragma omp parallel for schedule(dynamic, 1)
+    for (std::size_t t = 0; t < solves.size(); ++t) {
+        Solve& sv = solves[t];
+        const auto& ref = refs[sv.structure];
+        const std::size_t n = ref.wires.size();
+        auto wires = ref.wires;
+        std::swap(wires[0], wires[sv.master]);
+        const double s0 = omp_get_wtime();
+        std::vector<double> r = RW2D_API::extract_capacitance(
+            wires, ref.layers, ref.dielectrics, ref.window, opt.precision,
+            opt.first_seed + static_cast<int>(sv.seed));
+        sv.seconds = omp_get_wtime() - s0;
+        r.resize(2 * n, 0.0);
+        // Back to the structure's order: the solver's entry 0 is the master.
+        std::swap(r[0], r[sv.master]);
+        std::swap(r[n], r[n + sv.master]);
+        sv.row.assign(r.begin(), r.begin() + n);
+        sv.variance.assign(r.begin() + n, r.end());
+    }
+    const double wall = omp_get_wtime() - t0;
+
+    double worst_diag = 0, worst_coupling = 0;
+    int flagged = 0;
+    for (std::size_t s = 0; s < refs.size(); ++s) {
+        const auto& ref = refs[s];
+        const std::size_t n = ref.wires.size();
+        double cpu = 0, spread_ratio2 = 0;
+        int ratio_terms = 0;
+        std::printf("\n%s (%zu conductors; the plate is %zu)\n", ref.name.c_str(), n, n - 1);
+        std::printf("  %5s %12s %10s %9s %7s\n", "entry", "reference", "error %", "s.e. %", "z");
+        for (std::size_t k = 0; k < n; ++k) {
+            const double diag = ref.matrix[k][k];
+            for (std::size_t j = 0; j < n; ++j) {
+                std::vector<double> e;
+                double var = 0;
+                for (const auto& sv : solves)
+                    if (sv.structure == s && sv.master == k) {
+                        e.push_back((sv.row[j] - ref.matrix[k][j]) / diag);
+                        var += sv.variance[j] / (diag * diag);
+                    }
+                const double m = static_cast<double>(e.size());
+                double mean = 0;
+                for (double x : e) mean += x;
+                mean /= m;
+                double ss = 0;
+                for (double x : e) ss += (x - mean) * (x - mean);
+                const double se = std::sqrt(var) / m;
+                if (e.size() > 1 && se > 0) {
+                    spread_ratio2 += ss / (m - 1) / m / (se * se);
+                    ++ratio_terms;
+                }
+                const double z = mean / se;
+                // Entries below 1% of the diagonal carry no weight in a data set; keep them out of
+                // the verdict but print them.
+                const bool significant = std::fabs(ref.matrix[k][j]) >= 0.01 * diag;
+                const bool flag = significant && std::fabs(z) > 3;
+                flagged += flag;
+                if (significant) {
+                    double& worst = (j == k) ? worst_diag : worst_coupling;
+                    worst = std::max(worst, std::fabs(mean));
+                }
+                std::printf("  %2zu,%-2zu %12.6g %+10.3f %9.3f %+7.1f%s\n", k, j, ref.matrix[k][j],
+                            100 * mean, 100 * se, z, flag ? "  <-- |z| > 3" : "");
+            }
+        }
+        for (const auto& sv : solves)
+            if (sv.structure == s) cpu += sv.seconds;
+        std::printf("  mean time per solve: %.3f s; seed spread / solver s.e.: %.2f (rms)\n",
+                    cpu / (opt.seeds * n),
+                    ratio_terms ? std::sqrt(spread_ratio2 / ratio_terms) : NAN);
+    }
+    std::printf(
+        "\nworst |bias|: diagonal %.3f%%, coupling %.3f%% of the row's diagonal; %d entries "
+        "with |z| > 3; wall %.1f s\n",
+        100 * worst_diag, 100 * worst_coupling, flagged, wall);
+    return 0;
+}
