@@ -33,11 +33,15 @@ json readParameters(const std::string& path) {
     if (path.empty()) return json::object();
     std::ifstream in(path);
     if (!in || isDirectory(path)) throw FatalError("Warning: Unable to open JSON file " + path);
+    json params;
     try {
-        return json::parse(in);
+        params = json::parse(in);
     } catch (const json::parse_error& e) {
         throw FatalError("Error: parameter file " + path + " is not valid JSON: " + e.what());
     }
+    if (!nestingWithin(params, kMaxNesting))
+        throw FatalError("Error: parameter file " + path + " nests values too deeply");
+    return params;
 }
 
 }  // namespace

@@ -169,7 +169,7 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     checkLayerRules(layers);
     for (const json& entry : fixed_layers) {
         if (entry.get<double>() >= static_cast<double>(layers.size())) {
-            throw FatalError("Error: parameter \"fixed_layers\" = " + fixed_layers.dump() +
+            throw FatalError("Error: parameter \"fixed_layers\" = " + shortJson(fixed_layers) +
                              " in \"Random\": entry " + entry.dump() +
                              " is not a usable layer index (0 to " +
                              std::to_string(static_cast<int>(layers.size()) - 1) + ": " +
@@ -365,15 +365,16 @@ void checkStructure(const json& sample, const std::string& where, const Layers& 
     };
     if (!sample.is_object())
         reject("must be a JSON object, not a value of type " + std::string(sample.type_name()));
-    const json conductors = sample.value("conductors", json());
-    const json names = sample.value("layers", json());
+    static const json kNull;
+    const json& conductors = sample.contains("conductors") ? sample["conductors"] : kNull;
+    const json& names = sample.contains("layers") ? sample["layers"] : kNull;
     if (!conductors.is_array() || conductors.empty())
         reject("\"conductors\" must be a non-empty array of [cx, cy, w, h]");
     if (!names.is_array() || names.size() != conductors.size())
         reject("\"layers\" must be an array with one layer name per conductor");
     for (size_t j = 0; j < conductors.size(); ++j) {
         const json& c = conductors[j];
-        const std::string which = "conductor " + std::to_string(j) + " " + c.dump();
+        const std::string which = "conductor " + std::to_string(j) + " " + shortJson(c);
         bool numbers = c.is_array() && c.size() == 4;
         for (size_t k = 0; numbers && k < 4; ++k)
             numbers = c[k].is_number() && std::isfinite(c[k].get<double>());
@@ -386,7 +387,7 @@ void checkStructure(const json& sample, const std::string& where, const Layers& 
             reject(os.str());
         }
         if (findLayer(layers, names[j]) == nullptr && names[j] != kPlateLayer) {
-            reject(which + ": layer " + names[j].dump() + " is not a usable layer (" +
+            reject(which + ": layer " + shortJson(names[j]) + " is not a usable layer (" +
                    layerNames(layers) + ")");
         }
     }
@@ -465,19 +466,27 @@ std::vector<json> parse_jsonl(const std::string& path, std::vector<int>* line_nu
     std::vector<json> out;
     std::ifstream in(path);
     struct stat st {};
-    if (!in || (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)))
+    // A folder reads as empty and a device such as /dev/zero as one endless line.
+    if (!in || (stat(path.c_str(), &st) == 0 &&
+                (S_ISDIR(st.st_mode) || S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode))))
         throw FatalError("Error: Unable to open file " + path);
     int number = 0;
     for (std::string line; std::getline(in, line);) {
         ++number;
         // Blank lines carry no structure and take no id.
         if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+        json value;
         try {
-            out.push_back(json::parse(line));
+            value = json::parse(line);
         } catch (const json::exception& e) {
             throw FatalError(std::string("Error parsing JSON line: ") + e.what() + " (" + path +
                              ", line " + std::to_string(number) + ")");
         }
+        if (!nestingWithin(value, kMaxNesting)) {
+            throw FatalError("Error: structure file " + path + ", line " + std::to_string(number) +
+                             ": values nested too deeply");
+        }
+        out.push_back(std::move(value));
         if (line_numbers != nullptr) line_numbers->push_back(number);
     }
     if (in.bad()) throw FatalError("Error: Unable to read file " + path);

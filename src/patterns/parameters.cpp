@@ -8,6 +8,27 @@
 
 namespace KARVEN {
 
+bool nestingWithin(const json& value, size_t limit) {
+    std::vector<std::pair<const json*, size_t>> open{{&value, 0}};
+    while (!open.empty()) {
+        const auto [v, depth] = open.back();
+        open.pop_back();
+        if (!v->is_structured()) continue;
+        if (depth >= limit) return false;
+        for (const json& element : *v) open.emplace_back(&element, depth + 1);
+    }
+    return true;
+}
+
+std::string shortJson(const json& value) {
+    if (value.is_structured()) {
+        for (const json& element : value)
+            if (element.is_structured()) return std::string("a nested ") + value.type_name();
+    }
+    const std::string text = value.dump();
+    return text.size() > 80 ? text.substr(0, 77) + "..." : text;
+}
+
 std::string closestName(const std::string& name, const std::vector<std::string>& known) {
     std::string best;
     size_t best_distance = std::string::npos;
@@ -43,7 +64,7 @@ std::string number(double d) {
 
 [[noreturn]] void rejectValue(const std::string& key, const json& value,
                               const std::string& allowed) {
-    throw FatalError("Error: parameter \"" + key + "\" = " + value.dump() +
+    throw FatalError("Error: parameter \"" + key + "\" = " + shortJson(value) +
                      " in \"Random\": must be " + allowed);
 }
 

@@ -14,6 +14,17 @@ namespace KARVEN {
 // them a run would not end or not fit in memory.
 inline constexpr double kMaxSamples = 10000000;
 inline constexpr double kMaxWindow = 10000;
+// The deepest nesting of arrays and objects accepted in a parameter file or a structure line.
+inline constexpr size_t kMaxNesting = 16;
+
+// Returns true when `value` nests arrays and objects at most `limit` levels deep. Walks without
+// recursion, so that a hostile document cannot overflow the stack here; the library copies and
+// writes values recursively, so deeper documents must be refused before they are used.
+bool nestingWithin(const json& value, size_t limit);
+
+// Returns `value` as compact JSON for a message: at most 80 characters, and a nested array or
+// object only by its type, since a deeply nested value could not be written out safely.
+std::string shortJson(const json& value);
 
 // Returns the entry of `known` nearest to `name` by edit distance (the first on a tie), or ""
 // when `known` is empty.

@@ -169,3 +169,13 @@ TEST(ClosestName, PicksTheSmallestEditDistance) {
     EXPECT_EQ(KARVEN::closestName("Window", keys), "window");
     EXPECT_EQ(KARVEN::closestName("x", {}), "");
 }
+
+TEST(MessageJson, NestingLimitAndShortText) {
+    EXPECT_TRUE(KARVEN::nestingWithin(json(5), 0));
+    EXPECT_TRUE(KARVEN::nestingWithin(json::parse(R"({"a": [1, [2]]})"), 3));
+    EXPECT_FALSE(KARVEN::nestingWithin(json::parse(R"({"a": [1, [2]]})"), 2));
+    EXPECT_FALSE(KARVEN::nestingWithin(json::parse(R"([[], {"b": {"c": {}}}])"), 3));
+    EXPECT_EQ(KARVEN::shortJson(json::parse("[1, 2.5]")), "[1,2.5]");
+    EXPECT_EQ(KARVEN::shortJson(json::parse("[1, [2]]")), "a nested array");
+    EXPECT_EQ(KARVEN::shortJson(json(std::string(100, 'x'))), "\"" + std::string(76, 'x') + "...");
+}
