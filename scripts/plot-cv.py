@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Plots the C-V table that karven-tsv prints, to a PNG.
 
     build/karven-tsv --r-tsv 2.5e-6 --liner 120e-9 --length 20e-6 > cv.csv
