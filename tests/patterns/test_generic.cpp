@@ -63,18 +63,6 @@ TEST(PatternModel, CoatsGrowOutwardLayerByLayerAndFlattenInKeyOrder) {
     expectRect(flat[3].second, {2.99, 0.2, 3.21, 0.37});
 }
 
-TEST(PatternFactory, FindsRandomAndIsCaseSensitive) {
-    auto names = KARVEN::PatternFactory::names();
-    EXPECT_NE(std::find(names.begin(), names.end(), "Random"), names.end());
-    EXPECT_EQ(KARVEN::PatternFactory::create("Random")->window, 100.0);
-    try {
-        KARVEN::PatternFactory::create("random");
-        FAIL() << "lookup must be case-sensitive";
-    } catch (const std::runtime_error& e) {
-        EXPECT_EQ(std::string(e.what()), "Unknown type: random");
-    }
-}
-
 TEST(NonOverlapLayers, EarlierLayerWinsOverlapsAndSharedBoundaries) {
     MCTF::MiniCTF ctf;
     ptest::fillStack(ctf, {{"M1", 0.2, 0.1},
@@ -106,21 +94,6 @@ TEST(Combinations, EachTypeInLoopOrder) {
     ptest::fillStack(one, {{"M1", 0.2, 0.1}});
     EXPECT_TRUE(combos(one, G::PlatePair).empty());
     EXPECT_EQ(combos(one, G::AnyPair), V{"substrate M1"});
-}
-
-TEST(Combinations, LayersOverlapOnlyStrictlyAboveTheNextBottom) {
-    MCTF::MiniCTF ctf;  // heights exact in binary, so touching is exact
-    ptest::fillStack(ctf, {{"A", 0.25, 0.25},
-                           {"B", 0.5, 0.25},      // touches A
-                           {"C", 0.625, 0.25},    // overlaps B
-                           {"A2", 0.25, 0.25}});  // same heights as A
-    StubFamily f("S", G::AnyPair);
-    const auto& c = ctf.conductors;
-    EXPECT_FALSE(f.layerOverlap({c[0]}));
-    EXPECT_FALSE(f.layerOverlap({c[0], c[1]}));
-    EXPECT_TRUE(f.layerOverlap({c[1], c[2]}));
-    EXPECT_TRUE(f.layerOverlap({c[0], c[3]}));
-    EXPECT_TRUE(f.layerOverlap({ctf.substrate_ref, c[0], c[2], c[1]}));
 }
 
 TEST(CapLib, TakesFourArraysFromTheLayerKeyOrFallsBackOrRaisesTheLibraryErrors) {

@@ -146,6 +146,25 @@ TEST_F(RandomSamples, OneThreadIsByteIdenticalAndWiresKeepTheirRules) {
     }
 }
 
+TEST_F(RandomSamples, LaterWiresSpreadNormallyByASixthOfTheConductorWindow) {
+    // Every wire after the first is centred on a normal draw of standard deviation Wc / 6 (12 / 6
+    // here), rounded to the layer's pitch (at most 1.2) most of the time: the spread stays near 2.
+    ASSERT_EQ(run({{"nsamples", 300},
+                   {"poisson_lambda", 2},
+                   {"window", 40.0},
+                   {"conductor_window", 12.0}},
+                  "spread.jsonl"),
+              300);
+    double sum2 = 0;
+    int n = 0;
+    for (const json& s : readSamples(dir / "spread.jsonl")) {
+        const json& c = s["conductors"];
+        for (size_t k = 1; k + 1 < c.size(); ++k, ++n) sum2 += std::pow(c[k][0].get<double>(), 2);
+    }
+    ASSERT_GT(n, 300);
+    EXPECT_NEAR(std::sqrt(sum2 / n), 2.0, 0.25);
+}
+
 TEST_F(RandomSamples, WindowRulesAndSmallStacks) {
     run({{"nsamples", 0}, {"window", -1.0}, {"conductor_window", 10.0}}, "w.jsonl");
     EXPECT_NE(printed.find("[INFO] conductor window=10, boundary window=20\n"), std::string::npos);

@@ -126,19 +126,6 @@ TEST_F(Solving, FullMatrixPutsEachRowInPatternOrder) {
     EXPECT_EQ(r.second, (std::vector<double>{1.5, -1.5, -1.5, 1.5}));
 }
 
-TEST(ConstrainMatrix, OneByOneAndAllZeroRows) {
-    Matrix c{{2.0}};
-    EXPECT_EQ(constrain(c, 0.005),
-              std::make_pair(false, std::string("[WARN]: row sums for 0/0 are too large: OLD: 2 "
-                                                "vs 2 (100%), NEW: 2 vs 2 (100%)\n")));
-    EXPECT_EQ(c[0][0], 0.0);
-    Matrix d{{2.0}};
-    EXPECT_TRUE(constrain(d, 0.5).first);
-    Matrix zero{{0.0, 0.0}, {0.0, 0.0}};
-    EXPECT_EQ(constrain(zero, 0.005), std::make_pair(true, std::string()));
-    EXPECT_EQ(zero, (Matrix{{0.0, 0.0}, {0.0, 0.0}}));
-}
-
 TEST(ConstrainMatrix, VariancesWeighTheMeanAndAZeroOneZeroesBothCouplings) {
     Matrix c{{1.0, -0.5, -0.2}, {-0.4, 1.0, -0.3}, {-0.2, -0.3, 1.0}};
     Matrix e{{1e-4, 0.0, 1e-4}, {2e-4, 1e-4, 1e-4}, {1e-4, 1e-4, 1e-4}};

@@ -60,20 +60,6 @@ TEST_F(Writer, FamiliesAagAndAbgListAxesBackwards) {
     EXPECT_EQ(readFile(out).find("$ wt\nSSS 2.000000e+00\n\n$ wb"), std::string::npos);
 }
 
-TEST_F(Writer, SkipLinesAndUnopenableLibrary) {
-    LibFamily f("FAM");
-    EXPECT_EQ(f.writeSkip("bottom"), "");
-    f.skips = {{"bottom", {"a", "b"}}};
-    EXPECT_EQ(f.writeSkip("bottom"),
-              "$ skipping a\nSSS -1.000000e+00\n$ skipping b\nSSS -1.000000e+00\n");
-
-    std::string bad = (fs::path(testing::TempDir()) / "no/such/dir/lib.txt").string();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(f.writeCapLibs(bad, {}), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Error: Unable to open file " + bad + " for writing.\n");
-}
-
 TEST(FormatFloats, EightDecimalsHalvesAwayFromZeroIntegersUntouched) {
     KARVEN::json v = KARVEN::json::parse(
         R"({"a": [0.12345678949, -0.000000001, 0.000000005, -0.000000005], "b": {"c": 2.5e-9},

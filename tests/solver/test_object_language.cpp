@@ -89,30 +89,6 @@ TEST(ObjectLanguageLexer, TokensOfWordsNumbersAndCharacters) {
     EXPECT_STREQ(RW2D::curname, "abcdefghijklmn");
 }
 
-TEST(ObjectLanguageLexer, ParaMakesConstantsUntilTheNextReservedWord) {
-    // k is new after "para", then known; "w" ends the para mode, so q is a name, not a constant.
-    const std::vector<Token> t = lex_all("para k j w k q");
-    EXPECT_EQ(kinds(t), (std::vector<int>{PARA_T, RW2D::NEW_CONST, RW2D::NEW_CONST, W_T,
-                                          RW2D::CONST, RW2D::NEW_NAME}));
-    EXPECT_EQ(t[1].index, 0);
-    EXPECT_EQ(t[2].index, 1);
-    EXPECT_EQ(t[4].index, 0);
-    EXPECT_EQ(RW2D::constvarnum, 2);
-}
-
-TEST(ObjectLanguageLexer, CommentQuirks) {
-    // A comment line behind another: the second one's slashes come out as two '/' tokens.
-    EXPECT_EQ(kinds(lex_all("w // one\n// two\nh")),
-              (std::vector<int>{W_T, '/', '/', RW2D::NEW_NAME, H_T}));
-    // A single comment line is skipped whole, and the character behind it is taken as it is.
-    EXPECT_EQ(kinds(lex_all("w // one\nh")), (std::vector<int>{W_T, H_T}));
-    EXPECT_EQ(kinds(lex_all("// one\n h")), (std::vector<int>{' ', H_T}));
-    // A block comment reads as one '/' token.
-    EXPECT_EQ(kinds(lex_all("w /* a * b\n */ h")), (std::vector<int>{W_T, '/', H_T}));
-    // A lone slash is division.
-    EXPECT_EQ(kinds(lex_all("6/2")), (std::vector<int>{RW2D::NUMBER, '/', RW2D::NUMBER}));
-}
-
 TEST(ObjectLanguageCount, CountsOnlyFreeStandingShapeKeywords) {
     // "c;boxx", "box;" and "(box)" are not keywords on their own; the one in a comment is.
     const std::string path =
@@ -188,30 +164,6 @@ TEST(ObjectLanguageParse, ArithmeticPrecedenceAndConstants) {
     }
 }
 
-TEST(ObjectLanguageParse, ReusedNameWarnsAndOverwrites) {
-    std::string out;
-    const auto [count, obj] = parse_text(
-        "begin\n"
-        "poly a; volt = 1; (0,0), (1,0), (1,1), (0,1)\n"
-        "circ a; diel = 2; at (5, 5); r = 3\n"
-        "box b; volt = 0; at (0, 0); w = 1; h = 1\n"
-        "end\n",
-        &out);
-    EXPECT_EQ(out,
-              "WARNING: This object name has been used!\nOld value will be replaced by new one!\n");
-    // Three keywords size the array; the reused name leaves the last slot empty.
-    ASSERT_EQ(count, 3);
-    EXPECT_EQ(obj[0]->name, "a");
-    EXPECT_EQ(obj[0]->type, Object::MEDIUM);
-    EXPECT_EQ(obj[0]->value, 2.0);
-    EXPECT_TRUE(obj[0]->is_circle);
-    EXPECT_EQ(obj[0]->radius, 3.0);
-    expect_point(obj[0]->points[0], 5, 5);
-    expect_point(obj[0]->points[2], 0, 0);
-    EXPECT_EQ(obj[1]->name, "b");
-    EXPECT_EQ(obj[2]->name, "");
-}
-
 TEST(ObjectLanguageParse, ErrorsAreCountedAndReportedAtTheNextEnd) {
     const int before = RW2D::g_errflg;
     std::string out;
@@ -236,47 +188,4 @@ TEST(ObjectLanguageParse, ErrorsAreCountedAndReportedAtTheNextEnd) {
     EXPECT_EQ(count, 0);
     EXPECT_EQ(obj, nullptr);
     EXPECT_EQ(RW2D::g_errflg, before + 3);
-}
-
-TEST(ObjectLanguageParse, StackGrowsToItsLimit) {
-    const auto nested = [](int depth) {
-        return "begin para k = " + std::string(depth, '(') + "7" + std::string(depth, ')') + " end";
-    };
-    const int before = RW2D::g_errflg;
-    std::string out;
-    parse_text(nested(9900), &out);
-    EXPECT_EQ(RW2D::g_errflg, before) << out.substr(0, 200);
-    ASSERT_EQ(RW2D::constvarnum, 1);
-    EXPECT_EQ(RW2D::constvaluelist[0], 7.0);
-    // Beyond 10000 entries the parse stops with an error.
-    parse_text(nested(10100), &out);
-    EXPECT_EQ(RW2D::g_errflg, before + 1);
-}
-
-TEST(ObjectLanguageParse, SuccessiveParsesStartAfresh) {
-    auto [count, obj] = parse_text(
-        "begin para k = 4 box a; volt = k; at (0,0); w = 1; h = 1"
-        " box b; volt = 0; at (0,0); w = 1; h = 1 end");
-    ASSERT_EQ(count, 2);
-    EXPECT_EQ(obj[0]->value, 4.0);
-    // The second file's "a" is new again, and k is unknown there, so it is a name: an error.
-    const int before = RW2D::g_errflg;
-    std::string out;
-    std::tie(count, obj) = parse_text("begin box a; volt = 2; at (0,0); w = 1; h = 1 end", &out);
-    EXPECT_EQ(out.find("WARNING"), std::string::npos) << out;
-    ASSERT_EQ(count, 1);
-    EXPECT_EQ(obj[0]->name, "a");
-    EXPECT_EQ(obj[0]->value, 2.0);
-    parse_text("begin box z; volt = k; at (0,0); w = 1; h = 1 end");
-    EXPECT_EQ(RW2D::g_errflg, before + 1);
-}
-
-TEST(ObjectLanguageParse, KeywordGluedToANumberStillMakesAnObject) {
-    // "1box" is no keyword to the count, but the scanner reads 1 and then "box".
-    const auto [count, obj] = parse_text(
-        "begin box a; volt = 1; at (0,0); w = 1; h = 1box b; volt = 0; at (3,0); w = 2; h = 2 end");
-    ASSERT_EQ(count, 2);
-    EXPECT_EQ(obj[0]->name, "a");
-    EXPECT_EQ(obj[1]->name, "b");
-    expect_point(obj[1]->points[2], 5, 2);
 }

@@ -51,18 +51,6 @@ TEST(OnlineTableFitter, EmptyBoxTakesTheLayersAndDrawsNothing) {
     EXPECT_EQ(f.eps, (std::vector<double>{2}));
 }
 
-TEST(OnlineTableFitter, MediumAtNinetyEightPercentIsOutside) {
-    online_table_fitter f;
-    RandGen rng(1);
-    double size = 1;
-    Scene out({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.98)}});
-    f.fit(out.media, {0, 0}, size, true, &rng);
-    EXPECT_TRUE(f.candidates.empty());
-    Scene in({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.97)}});
-    f.fit(in.media, {0, 0}, size, true, &rng);
-    EXPECT_EQ(f.candidates.size(), 1u);
-}
-
 TEST(OnlineTableFitter, BlockBesideTheCentreGivesAStackAlongX) {
     // A block filling x >= 0.5 over the whole box height: its vertical edge crosses the box (length
     // 2) and no horizontal one does, so the stack runs along x: eps 1 up to 1.5 from the box's
@@ -125,43 +113,6 @@ TEST(OnlineTableFitter, TinyClearanceFallsBackOnQuarters) {
     f.fit(s.media, {0, 0}, size, true, &rng);
     EXPECT_NE(f.direction, 0);
     EXPECT_DOUBLE_EQ(size, 0.1);
-}
-
-TEST(OnlineTableFitter, BoxBeyondTheWindowSeesTheMirroredStack) {
-    Scene s({{-50, 1}, {0.9, 3}}, {}, Rectangle(-1, 1, 1, -1));
-    s.media.mirror_layer.set_layers({{-10, 1}, {1.1, 7}});
-    online_table_fitter f;
-    RandGen rng(1);
-    double size = 0.8;  // centre 0.5 below the window top: the box reaches out
-    f.fit(s.media, {0, 0.5}, size, true, &rng);
-    EXPECT_EQ(f.eps, (std::vector<double>{1, 7}));
-    size = 0.4;
-    f.fit(s.media, {0, 0.5}, size, true, &rng);
-    EXPECT_EQ(f.eps, (std::vector<double>{1}));
-}
-
-TEST(OnlineTableFitter, DirectionTieGoesToZ) {
-    MediumLayer layers;
-    layers.set_layers({{-50, 1}});
-    online_table_fitter f;
-    Medium square(2.0, Rectangle(-0.5, 0.5, 0.5, -0.5));  // two edges each way, each of length 1
-    Medium column(2.0, Rectangle(-0.5, 0.5, 2, -2));      // vertical edges only
-    f.candidates = {&square};
-    f.determine_direction({0, 0}, 1, layers);
-    EXPECT_EQ(f.direction, 1);
-    f.candidates = {&column};
-    f.determine_direction({0, 0}, 1, layers);
-    EXPECT_EQ(f.direction, 2);
-    f.candidates.clear();
-    f.determine_direction({0, 0}, 1, layers);
-    EXPECT_EQ(f.direction, 1);
-}
-
-TEST(OnlineTableSampling, OffsetsAreCellCentres) {
-    const auto& off = online_table_id2offset::instance();
-    EXPECT_NEAR(off[0], -23.0 / 24, 1e-15);
-    EXPECT_NEAR(off[11], -1.0 / 24, 1e-15);
-    for (int j = 0; j < 24; ++j) EXPECT_NEAR(off[j], -off[23 - j], 1e-15);
 }
 
 // Monte Carlo over the homogeneous tables: the draws must reproduce what the tables mean.

@@ -96,34 +96,6 @@ TEST(SolverShapes, RectangleDistancesAreSignedAndClassified) {
     EXPECT_NEAR(d, 2e-8, 1e-15);
 }
 
-TEST(SolverShapes, RectangleOverlapKeepsItsLooseVerticalTest) {
-    const Rectangle a(0, 1, 1, 0);
-    const Rectangle beside(1 + 5e-9, 2, 1, 0);  // touches within 1e-8
-    const Rectangle apart(1.5, 2, 1, 0);
-    const Rectangle high(0, 1, 6, 5);   // wholly above a
-    const Rectangle low(0, 1, -5, -6);  // wholly below a
-    EXPECT_TRUE(a.overlap(&beside));
-    EXPECT_FALSE(a.overlap(&apart));
-    EXPECT_FALSE(apart.overlap(&a));
-    // The top of a is never compared with the bottom of the argument: an argument lying wholly
-    // above still overlaps, while one wholly below does not.
-    EXPECT_TRUE(a.overlap(&high));
-    EXPECT_FALSE(a.overlap(&low));
-    // Seen from the other side: the high rectangle does not overlap a (a.top < high.bottom), the
-    // low one does.
-    EXPECT_FALSE(high.overlap(&a));
-    EXPECT_TRUE(low.overlap(&a));
-}
-
-TEST(SolverShapes, RectangleCenterTextAndArrayOrder) {
-    const Rectangle r = Rectangle::from_array({-1.5, 2, 3, 4.25});  // x_min, y_min, x_max, y_max
-    EXPECT_EQ(r.kind, Shape::KIND_RECTANGLE);
-    EXPECT_EQ(text_of(r), "Rectangle{(-1.5,2),(3,4.25)}");
-    EXPECT_EQ(r.box_top, 4.25);
-    EXPECT_DOUBLE_EQ(r.center().x, 0.75);
-    EXPECT_DOUBLE_EQ(r.center().y, 3.125);
-}
-
 TEST(SolverShapes, TrapezoidDistancesAreNeverNegative) {
     const Trapezoid t = staircase();
     EXPECT_EQ(t.kind, Shape::KIND_TRAPEZOID);
@@ -178,21 +150,4 @@ TEST(SolverShapes, FatalErrorsPrintRedLineAndExitWithZero) {
                   staircase().distance_eu(Vector2D{0, 0});
               }),
               std::make_pair(0, std::string("\033[31m[ERROR]not implemented\033[0m\n")));
-}
-
-namespace {
-std::vector<std::string> g_lines;
-void capture(std::string_view line) {
-    g_lines.emplace_back(line);
-}
-}  // namespace
-
-TEST(SolverConfig, LogIsSilentUntilASinkIsSetAndComposesParts) {
-    g_lines.clear();
-    Debugger::log("dropped ", 1);
-    EXPECT_EQ(Debugger::set_sink(&capture), nullptr);
-    Debugger::log("Merge dielectrics ", "X ", 4u, "->", std::size_t{2}, " ", std::to_string(0.25));
-    Debugger::set_sink(nullptr);
-    Debugger::log("dropped again");
-    EXPECT_EQ(g_lines, std::vector<std::string>{"Merge dielectrics X 4->2 0.250000"});
 }

@@ -71,11 +71,8 @@ TEST(CtfDielectric, PlanarAndConformalLayers) {
 TEST(CtfDielectric, ErrorTexts) {
     const char* cases[][3] = {
         {"thickness", "-0.1", "invalid value"},
-        {"side_thickness", "-1", "invalid value"},
-        {"top_thickness", "-1", "invalid value"},
         {"damage_size", "0.001", "invalid damage_size value"},
         {"damage_er", "0", "invalid value"},
-        {"bw_t", "-0.1", "invalid value"},
     };
     std::vector<ErrorCase> errors;
     for (const auto& c : cases)
@@ -84,10 +81,7 @@ TEST(CtfDielectric, ErrorTexts) {
     const std::vector<std::pair<std::string, std::string>> at_keyword = {
         {" thickness 1 ", "no permittivity is specified for the layer"},
         {" er 3 thickness 0 ", "no thickness is specified for the dielectric layer"},
-        {" er 3 ", "no thickness is specified for the dielectric layer"},
         {" er 3 thickness 1 damage_er 4 ",
-         "must specify both damage_size and damage_er to enable the damage modeling"},
-        {" er 3 thickness 1 damage_size 0.01 ",
          "must specify both damage_size and damage_er to enable the damage modeling"},
         {" er 3 thickness 1 bw_t 0.01 ", "only conformal dielectric layer can have bw_t attribute"},
         {" er 3 thickness 1 " + kSpacer,
@@ -95,9 +89,6 @@ TEST(CtfDielectric, ErrorTexts) {
         {" er 3 bottom M1 bw_t 0.01 side_thickness 0.01 ",
          "the conformal layers which have bw_t attribte must not have non-zero value of "
          "thickness, side_thickness, or top_thickness"},
-        {" er 3 bottom M1 bw_t 0.01 " + kSpacer,
-         "spacer_er_from_gate_ws model can not be applied to the bottom wall conformal layers "
-         "which have bw_t attribute"},
         {" er 3 bottom M1 side_thickness 0 top_thickness 0 ",
          "no valid thickness is specified for the conformal layer"},
         {" er 3 bottom M1 side_thickness 0.01 damage_er 3 ",
@@ -105,9 +96,6 @@ TEST(CtfDielectric, ErrorTexts) {
         {" er 3 bottom M1 bottom M2 side_thickness 0.01 " + kSpacer,
          "conformal layers with spacer_er_from_gate_ws model can not be specified to more than 1 "
          "bottom conductor"},
-        {" er 3 bottom M1 thickness 0.1 " + kSpacer,
-         "conformal layers with spacer_er_from_gate_ws model must not have non-zero value of "
-         "thickness"},
     };
     for (const auto& [body, message] : at_keyword)
         errors.push_back({"\n dielectric D {" + body + "}", "dielectric", 1, message});
@@ -182,11 +170,9 @@ TEST(CtfVia, ErrorTexts) {
                           "invalid value"});
     const std::vector<std::pair<std::string, std::string>> at_keyword = {
         {" bottom M1 rho 1 ", names},
-        {" top M1 rho 1 ", names},
         {" bottom M1 top M2 rho 1 rpv 2 via_size 1 ",
          "cannot specify both the rho and rpv values for the same via layer"},
         {" bottom Substrate top M1 ", none},
-        {" bottom M1 top M2 via_size 1 ", none},
         {" bottom M1 top M2 rpv 3 ", "must specify the via_size value when using rpv field"},
     };
     for (const auto& [body, message] : at_keyword)
@@ -194,8 +180,6 @@ TEST(CtfVia, ErrorTexts) {
     errors.insert(
         errors.end(),
         {{"via { }", "via", 1, "expecting via name"},
-         {"via V { layer_type X }", "layer_type", 1, kUnknowClass},
-         {"via V { is_gate }", "is_gate", 1, kUnknowClass},
          {"via V {" + kViaEtch + kViaEtch + "}", "width_var_from_wl", 2, one_etch},
          {"via V {" + kViaEtch + kGateEtch + "}", "width_var_from_contact_gate_s", 1, one_etch},
          {"via V {" + kGateEtch + kViaEtch + "}", "width_var_from_wl", 1, one_etch}});

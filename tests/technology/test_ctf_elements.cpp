@@ -25,59 +25,6 @@ T* next(Reader& r) {
     return p;
 }
 
-TEST(CtfForms, GoodInputAndTheCursorOnTheLastToken) {
-    Reader r(
-        "is_gate thickness 0.25 er 1e5x rho 2-3 layer_type GATE top {\n"
-        "widths { 1 2.5 -3 } spacings { } device_type { nmos { pmos }\n"
-        "( 1 -2 3e1 ) ()\n"
-        "crt_area { (1 2) (3 4 5) } crt_siwidth { (1 2) (3 4) } er_sispacing { }\n"
-        "gate_diffusion_layer_pair { (g1 d1) (g2 d2) } gate2diffusion_adjust g { a { b } { } c }");
-    EXPECT_EQ(next<CtfStandalone>(r)->keyword, "is_gate");
-    auto* n = next<CtfNumberAttri>(r);
-    EXPECT_EQ(n->keyword, "thickness");
-    EXPECT_DOUBLE_EQ(n->value, 0.25);
-    EXPECT_DOUBLE_EQ(next<CtfNumberAttri>(r)->value, 1e5);  // a leading number is enough
-    EXPECT_DOUBLE_EQ(next<CtfNumberAttri>(r)->value, 2.0);
-    EXPECT_EQ(next<CtfStringAttri>(r)->value, "GATE");
-    EXPECT_EQ(next<CtfStringAttri>(r)->value, "{");  // any token is a string value
-    EXPECT_EQ(r.ci.stream.current, 11u);
-
-    auto* v = next<CtfVector>(r);
-    EXPECT_EQ(v->keyword, "widths");
-    EXPECT_EQ(v->values, (std::vector<double>{1, 2.5, -3}));
-    EXPECT_EQ(v->isAscent(), 0);
-    v = next<CtfVector>(r);  // the same processor, cleared
-    EXPECT_EQ(v->keyword, "spacings");
-    EXPECT_TRUE(v->values.empty());
-    EXPECT_EQ(v->isAscent(), 1);
-    EXPECT_EQ(next<CtfStringVector>(r)->values, (Strings{"nmos", "{", "pmos"}));
-    EXPECT_EQ(r.ci.stream.current, 26u);
-
-    EXPECT_EQ(next<CtfTuple>(r)->values, (std::vector<double>{1, -2, 30}));
-    EXPECT_TRUE(next<CtfTuple>(r)->values.empty());
-    auto* t = next<CtfTuplevector>(r);
-    EXPECT_EQ(t->tuples, (std::vector<std::vector<double>>{{1, 2}, {3, 4, 5}}));
-    EXPECT_EQ(t->checkDim(2), 0);
-    EXPECT_EQ(next<CtfTuplevector>(r)->checkDim(2), 1);
-    EXPECT_EQ(next<CtfTuplevector>(r)->checkDim(7), 1);  // an empty table passes
-    EXPECT_EQ(r.ci.stream.current, 59u);
-
-    EXPECT_EQ(next<CtfStrPairVector>(r)->pairs,
-              (std::vector<std::pair<std::string, std::string>>{{"g1", "d1"}, {"g2", "d2"}}));
-    auto* d = dynamic_cast<CtfDummystruct*>(r.ci.processElem());
-    ASSERT_NE(d, nullptr);
-    EXPECT_EQ(d->keyword + " " + d->name, "gate2diffusion_adjust g");
-    EXPECT_EQ(r.ci.stream.current, r.ci.stream.tokens.size() - 1);
-
-    // A named vector, whose equal neighbours still ascend; a brace must follow the name.
-    Reader named("widths w1 { 1 1 2 } widths w2 widths { 3 }");
-    dynamic_cast<CtfVector*>(named.ci.processorOf("CtfVector"))->has_name = 1;
-    v = next<CtfVector>(named);
-    EXPECT_EQ(v->name, "w1");
-    EXPECT_EQ(v->isAscent(), 1);
-    EXPECT_EQ(named.error(), at("widths", 1, 20, kBrace));
-}
-
 TEST(CtfForms, ErrorTextsWithTokenLineAndPosition) {
     const char* number = "expecting number value for the attribute";
     const char* vector_end = "cannot find the end of the vector";
@@ -137,27 +84,6 @@ TEST(CtfForms, ErrorTextsWithTokenLineAndPosition) {
         EXPECT_EQ(errorOf(c.text), at(c.token, c.line, c.pos, c.message)) << c.text;
 }
 
-TEST(CtfForms, KeyValueMapRebindsParenthesisOnEveryExit) {
-    Reader r("er_table { (a 1) (b 2) (a 3) } ( 4 )");
-    ElementProcessor* tuple = r.ci.processorOf("CtfTuple");
-    EXPECT_EQ(next<CtfTuplemap>(r)->entries,
-              (std::unordered_map<std::string, double>{{"a", 3}, {"b", 2}}));
-    EXPECT_EQ(r.ci.stream.current, 15u);
-    EXPECT_EQ(r.ci.boundTo("("), tuple);
-    EXPECT_EQ(r.read<CtfTuple>()->values, std::vector<double>{4});
-
-    // With "(" unbound before, it is unbound after.
-    Reader unbound("er_table { (a 1) }");
-    unbound.ci.keyword_table.erase("(");
-    EXPECT_EQ(unbound.read<CtfTuplemap>()->entries.at("a"), 1.0);
-    EXPECT_EQ(unbound.ci.keyword_table.count("("), 0u);
-
-    // An error inside the map also gives "(" back.
-    Reader bad("er_table { (a x) }");
-    EXPECT_NE(bad.error(), "no error");
-    EXPECT_EQ(bad.ci.boundTo("("), bad.ci.processorOf("CtfTuple"));
-}
-
 // A statement table for the tests: records the classes of its body elements and warns about
 // flags.
 class RecordingTable : public Ctfstruct {
@@ -215,100 +141,6 @@ TEST(CtfForms, TableHeadBodyAndFieldWarning) {
     testing::internal::CaptureStdout();
     w.ci.processElem();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), unsupported("is_gate", 2, 3));
-}
-
-TEST(CtfInterpreterTest, KeywordTableMatchesTheLanguage) {
-    const std::map<std::string, std::string> groups = {
-        {"CtfNumberAttri",
-         "half_node_scale_factor density_grid gtemp background_er thickness er rho rpv "
-         "side_thickness top_thickness via_size side_tan damage_size damage_er width_var "
-         "capaci_only_width_var resistive_only_width_var num_tables wmin smin gate2contact_smin "
-         "insulation_thickness insulation_er bottom_diel_er bottom_diel_thickness bw_t "
-         "drop_factor drop_factor_lateral_spacing extensionmin fill_ratio fill_spacing fill_width "
-         "fin_spacing fin_w fin_l fin_thickness raised_diffusion_growth gate_oxide_top_t "
-         "gate_oxide_side_t gate_poly_top_t gate_poly_side_t gate_poly_extension gate_oxide_er "
-         "channel_er raiseddiffu_etch raiseddiffu_gateside_conformal_er raiseddiffu_thickness "
-         "raiseddiffu2gate_smin crt1 crt2 t_zero nmask core_size waist_size waist_corner_radius "
-         "source_height drain_height gate_height gate_expansion_range gate_oxide_thickness "
-         "corner_rounding_points gate_expansion_slice"},
-        {"CtfStringAttri",
-         "use_si_density technology bottom top dielectric_layer layer_type linked_to "
-         "associated_conductor dual_poly fill_type ref_direction etch_associated_layer "
-         "process_corner process_foundry process_node process_type process_version drain_layer "
-         "gate_layer source_layer"},
-        {"CtfStandalone",
-         "resistive_only capacitive_only etch_from_top parallel2ref perpendicular2ref "
-         "parallel2gate is_planar is_gate is_conformal is_diff"},
-        {"CtfVector",
-         "spacings siwidths densities sidensities widths width values lengths "
-         "contact2contact_spacings gate2contact_spacings gate_w caps_per_micron "
-         "density_polynomial_orders si_density_polynomial_orders width_polynomial_orders "
-         "si_width_polynomial_orders width_ranges polynomial_coefficients thickness_bounds "
-         "thickness_changes frq gate_pitch gate2contact_spacing"},
-        {"CtfStringVector", "device_type"},
-        {"CtfTuple", "("},
-        {"CtfTuplevector",
-         "density_bounds_vs_width csub_vs_spacing rsub_vs_spacing er_sispacing "
-         "thickness_var_vs_mask crt_area crt_siwidth"},
-        {"CtfTuplemap", "er_table raiseddiffu_etch_table raiseddiffu2gate_smin_table"},
-        {"CtfStrPairVector", "gate_diffusion_layer_pair"},
-        {"CtfDummystruct",
-         "gate2diffusion_adjust gate2diffusion_channel_cap rpsq_vs_si_w_and_l rpv_vs_coverage "
-         "rpv_vs_si_coverage rpv_vs_si_w_and_l side_tan_vs_si_width_and_cco_spacing "
-         "spacer_er_vs_width_and_spacing tall_via_config user_defined_diffusion_resistance "
-         "vertical_resistance_vs_si_w_and_l airgap_vs_spacing diel_fill_emu_vs_sispacing "
-         "diel_fill_vs_sispacing"},
-        {"CtfConductor", "conductor"},
-        {"CtfDielectric", "dielectric"},
-        {"CtfVia", "via"},
-        {"CtfTSV", "tsv"},
-        {"CtfTSVCeffTable", "ceff_vs_frq_and_spacing"},
-        {"CtfMultiGate", "multigate"},
-        {"CtfSAMT_VPT", "samt_vpt"},
-        {"CtfGate2Diff_cap", "gate2diffusion_cap"},
-        {"CtfEtch_width_spacing", "width_var_from_ws"},
-        {"CtfEtch_width_length", "width_var_from_wl"},
-        {"CtfEtch_contact_gate_spacing", "width_var_from_contact_gate_s"},
-        {"CtfMaskEtchTable", "mask"},
-        {"CtfThickness_width_spacing", "thickness_var_from_ws"},
-        {"CtfThickness_density", "thickness_var_from_d"},
-        {"CtfThickness_bottom_width", "bottom_thickness_var_from_si_width"},
-        {"CtfThickness_polynomial", "thickness_var_from_polynomial"},
-        {"CtfThickness_density_width", "thickness_vs_density_and_width"},
-        {"CtfILD_thickness", "ild_thickness_var_from_effective_ws"},
-        {"CtfDensity_box", "densitybox_weight_factor"},
-        {"CtfSideTan_width_spacing", "side_tan_vs_si_width_and_spacing"},
-        {"CtfSpacer_er_vs_width_spacing", "spacer_er_from_gate_ws"},
-        {"CtfRHO_width_spacing", "rho_vs_width_and_spacing"},
-        {"CtfRHO_SI_width_thickness", "rho_vs_si_width_and_thickness"},
-        {"CtfRPSQ_width_spacing", "rpsq_vs_width_and_spacing"},
-        {"CtfRPSQ_SI_width", "rpsq_vs_si_width"},
-        {"CtfRPV_width_length", "rpv_vs_width_and_length"},
-        {"CtfRPV_Area", "rpv_vs_area"}};
-    CtfInterpreter ci;
-    ci.initProcessors();
-    EXPECT_EQ(ci.processors.size(), 41u);
-    EXPECT_EQ(ci.keyword_table.size(), 169u);
-    std::size_t listed = 0;
-    for (const auto& [cls, words] : groups) {
-        ElementProcessor* p = ci.processorOf(cls);
-        ASSERT_NE(p, nullptr) << cls;
-        std::istringstream in(words);
-        for (std::string kw; in >> kw; ++listed) EXPECT_EQ(ci.boundTo(kw), p) << kw;
-    }
-    EXPECT_EQ(listed, 169u);
-    // The processors that no keyword selects.
-    for (const char* cls :
-         {"CtfKeyvalueTuple", "CtfStrPairTuple", "CtfContact_gate_table", "CtfDiff_gate_table"})
-        EXPECT_NE(ci.processorOf(cls), nullptr) << cls;
-
-    // regKeyword inserts or overwrites, without taking ownership.
-    CtfStandalone extra;
-    ci.regKeyword("thickness", &extra);
-    ci.regKeyword("brand_new", &extra);
-    EXPECT_EQ(ci.boundTo("thickness"), &extra);
-    EXPECT_EQ(ci.boundTo("brand_new"), &extra);
-    EXPECT_EQ(ci.keyword_table.size(), 170u);
 }
 
 TEST(CtfInterpreterTest, DeepNestingIsAnErrorNotACrash) {

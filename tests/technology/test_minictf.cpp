@@ -58,25 +58,6 @@ TEST(MiniCtfStack, BuildsSubstratePointersPlatesAndCoats) {
     expectPlates(ctf, {{0.0, 4.0}, {0.5, 2.5}, {1.0, 1.0}});
 }
 
-TEST(MiniCtfStack, TopComesFromTheLastDielectricEvenWithoutThickness) {
-    MCTF::MiniCTF ctf;
-    ctf.appendConductor("M1", 0.3, 0.1);
-    ctf.appendDielectric("IMD1", 0.0, 0.5, 4.0);
-    ctf.appendDielectric("COAT", 0.2, 0.0, 7.0, 0.01, 0.01, -1.0, {"M1"});
-    ctf.finishStack();
-    expectPlates(ctf, {{0.0, 4.0}, {0.2, 1.0}});
-}
-
-TEST(MiniCtfStack, RejectsUnknownCoatedLayerAndMissingDielectrics) {
-    MCTF::MiniCTF ctf;
-    ctf.appendConductor("M1", 0.3, 0.1);
-    expectThrowText([&] { ctf.appendDielectric("COAT", 0.3, 0.0, 7.0, 0.0, 0.0, -1.0, {"M9"}); },
-                    "Dielectric layer \"COAT\" coats \"M9\", which is not a conductor layer");
-    MCTF::MiniCTF bare;
-    bare.appendConductor("M1", 0.3, 0.1);
-    EXPECT_THROW(bare.finishStack(), std::runtime_error);
-}
-
 TEST(MiniCtfStack, MergePlateGivesConductorsTheThicknessWeightedMean) {
     // Three plates 0-1 (er 4), 1-2 (er 2), 2-3 (er 3) under air; conductors as (base, thickness).
     struct Case {

@@ -72,23 +72,6 @@ TEST(EtchModel, ExactAxisValueTakesThatRowAsLowBracket) {
     EXPECT_EQ(EtchModel::searchGrid({}, 1.0, lo, hi), 0);
 }
 
-TEST(EtchModel, SingleCellConstantAndOffset) {
-    EtchModel m;
-    m.widths = {5.0};
-    m.spacings = {7.0};
-    m.values = {0.3};
-    expectEval(m, {{0, 0, 0.3}, {5, 7, 0.3}, {100, -3, 0.3}});
-    double out = 0.0;
-    EXPECT_EQ(m.evalEtchwPoly(6.0, 8.0, out), 1);
-    EXPECT_DOUBLE_EQ(out, 0.3);
-
-    expectEval(EtchModel(0.25), {{1, 1, 0.25}});  // no axes needed
-    EtchModel offset = asymmetricTable();
-    offset.constant = 0.5;
-    offset.add_constant = 1;
-    expectEval(offset, {{1, 20, 2.5}});
-}
-
 TEST(EtchModel, MalformedTablesFailAndKeepTheCallersValue) {
     EtchModel m = asymmetricTable();
     EXPECT_EQ(m.modelOK(), 1);
@@ -99,21 +82,6 @@ TEST(EtchModel, MalformedTablesFailAndKeepTheCallersValue) {
     EXPECT_EQ(m.evalEtchwPoly(1.0, 10.0, out), 0);
     EXPECT_EQ(EtchModel().evalEtch(1.0, 1.0, out), 0);
     EXPECT_DOUBLE_EQ(out, 42.0);
-}
-
-TEST(EtchModel, FeatureSizeAndRange) {
-    EXPECT_DOUBLE_EQ(asymmetricTable().getMaxFeatureSize(), 30.0);
-    EtchModel wide = asymmetricTable();
-    wide.widths = {1.0, 50.0};
-    EXPECT_DOUBLE_EQ(wide.getMaxFeatureSize(), 50.0);
-    EXPECT_DOUBLE_EQ(EtchModel().getMaxFeatureSize(), -1.0);
-
-    const EtchModel m = asymmetricTable();
-    EXPECT_EQ(m.outOfRange(1.5, 20.0), 0);
-    EXPECT_EQ(m.outOfRange(2.0 + 5e-10, 30.0 + 5e-10), 0);  // within the tolerance
-    EXPECT_EQ(m.outOfRange(2.0 + 2e-9, 20.0), 1);
-    EXPECT_EQ(m.outOfRange(1.5, 10.0 - 2e-9), 1);
-    EXPECT_EQ(EtchModel().outOfRange(1.0, 1.0), 1);
 }
 
 TEST(EtchModel, PolynomialLookupAlongSpacing) {
@@ -150,26 +118,6 @@ TEST(EtchModelSet, SumsTheMembersThatSucceed) {
     expectEval(*copy, {{2, 30, 30.1}});
 }
 
-TEST(EtchModel, DerivedClonesKeepTheirTypeAndFields) {
-    ILDModel ild;
-    ild.values = {0.05};
-    ild.dielectric = "IMD2";
-    ild.dielectric_id = 3;
-    std::unique_ptr<EtchModel> c(static_cast<const EtchModel&>(ild).clone());
-    auto* ild_copy = dynamic_cast<ILDModel*>(c.get());
-    ASSERT_NE(ild_copy, nullptr);
-    EXPECT_EQ(ild_copy->dielectric, "IMD2");
-    EXPECT_EQ(ild_copy->dielectric_id, 3);
-    EXPECT_EQ(ild_copy->values.size(), 1u);
-
-    GateDiffCapModel cap;
-    cap.by_gate_width = 0;
-    std::unique_ptr<EtchModel> d(static_cast<const EtchModel&>(cap).clone());
-    auto* cap_copy = dynamic_cast<GateDiffCapModel*>(d.get());
-    ASSERT_NE(cap_copy, nullptr);
-    EXPECT_EQ(cap_copy->by_gate_width, 0);
-}
-
 double evalMask(const SyntheticEtchModel& m, int a, int b) {
     double out = -999.0;
     EXPECT_EQ(m.evalEtch(1.0, 1.0, a, b, out), 1) << a << "," << b;
@@ -184,44 +132,6 @@ SyntheticEtchModel twoMasks() {
     EXPECT_EQ(m.regEtchModel(new EtchModel(2.0), {{1, 2}}), 1);
     EXPECT_EQ(m.regEtchModel(new EtchModel(3.0), {{2, 1}}), 1);
     return m;
-}
-
-TEST(SyntheticEtchModel, MaskValidityAndTakenPairs) {
-    EXPECT_EQ(twoMasks().checkMaskValidity(), 0);
-    SyntheticEtchModel missing;
-    missing.nmask = 2;
-    missing.regEtchModel(new EtchModel(1.0), {{1, 1}, {1, 2}, {2, 1}, {0, 0}});
-    EXPECT_EQ(missing.checkMaskValidity(), -1);  // (2,2) absent; (0,0) does not count
-    SyntheticEtchModel too_big = twoMasks();
-    too_big.regEtchModel(new EtchModel(1.0), {{3, 1}});
-    EXPECT_EQ(too_big.checkMaskValidity(), 1);
-    SyntheticEtchModel empty;
-    empty.nmask = 2;
-    EXPECT_EQ(empty.checkMaskValidity(), -1);
-    empty.nmask = 0;
-    EXPECT_EQ(empty.checkMaskValidity(), 0);
-
-    SyntheticEtchModel m = twoMasks();
-    EXPECT_EQ(m.regEtchModel(new EtchModel(9.0), {{1, 2}, {0, 1}}), 0);
-    EXPECT_DOUBLE_EQ(evalMask(m, 1, 2), 2.0);  // the first table stays
-    EXPECT_DOUBLE_EQ(evalMask(m, 0, 1), 9.0);  // the free pair is still taken
-    double out = 0.0;
-    EXPECT_EQ(m.evalEtch(1.0, 1.0, 0, 0, out), 0);
-}
-
-TEST(SyntheticEtchModel, MaxFeatureComesFromRealPairsOnly) {
-    SyntheticEtchModel m;
-    auto withLastSpacing = [](double s) {
-        auto* t = new EtchModel(asymmetricTable());
-        t->spacings.back() = s;
-        return t;
-    };
-    m.regEtchModel(withLastSpacing(50), {{0, 1}});
-    EXPECT_DOUBLE_EQ(m.max_feature, 0.0);
-    m.regEtchModel(withLastSpacing(30), {{1, 2}});
-    EXPECT_DOUBLE_EQ(m.max_feature, 30.0);
-    m.regEtchModel(withLastSpacing(40), {{2, 0}, {2, 1}});
-    EXPECT_DOUBLE_EQ(m.max_feature, 40.0);
 }
 
 TEST(SyntheticEtchModel, DefaultPairsFollowTheCrossMaskTables) {
@@ -251,45 +161,6 @@ TEST(SyntheticEtchModel, DefaultPairsFollowTheCrossMaskTables) {
     no_default.nmask = 2;
     no_default.regEtchModel(new EtchModel(1.0), {{1, 1}});
     EXPECT_EQ(no_default.disColor(), nullptr);
-}
-
-TEST(SyntheticEtchModel, CloneIsDeepAndKeepsSharing) {
-    SyntheticEtchModel m = twoMasks();
-    m.rule = 0;
-    std::unique_ptr<SyntheticEtchModel> copy(m.clone());
-    EXPECT_EQ(copy->nmask, 2);
-    EXPECT_EQ(copy->rule, 0);
-    ASSERT_EQ(copy->owned.size(), 3u);
-    EXPECT_EQ(copy->models.at({1, 1}), copy->models.at({2, 2}));
-    for (const auto& [pair, model] : copy->models) EXPECT_NE(model, m.models.at(pair));
-
-    m.models.at({1, 1})->constant = 5.0;
-    EXPECT_DOUBLE_EQ(evalMask(m, 2, 2), 5.0);
-    EXPECT_DOUBLE_EQ(evalMask(*copy, 2, 2), 1.0);
-
-    SyntheticEtchModel assigned;
-    assigned.regEtchModel(new EtchModel(8.0), {{1, 1}});
-    assigned = *copy;
-    EXPECT_DOUBLE_EQ(evalMask(assigned, 1, 2), 2.0);
-
-    std::unique_ptr<SyntheticEtchModel> taken(copy->move());
-    EXPECT_TRUE(copy->models.empty());
-    EXPECT_TRUE(copy->owned.empty());
-    EXPECT_DOUBLE_EQ(evalMask(*taken, 2, 1), 3.0);
-}
-
-TEST(RaisedDiffModel, LayerEntriesOverrideTheDefaults) {
-    RaisedDiffModel m;
-    m.etch = 0.01;
-    m.smin = 0.05;
-    m.raiseddiffu_etch_table["OD2"] = 0.02;
-    m.raiseddiffu2gate_smin_table["OD"] = 0.07;
-    EXPECT_TRUE(near({m.getEtch("OD2"), m.getEtch("OD"), m.getSmin("OD"), m.getSmin("OD2")},
-                     {0.02, 0.01, 0.07, 0.05}));
-    std::unique_ptr<RaisedDiffModel> c(m.clone());
-    m.reset();
-    EXPECT_DOUBLE_EQ(m.getSmin("OD"), -1.0);
-    EXPECT_DOUBLE_EQ(c->getSmin("OD"), 0.07);
 }
 
 }  // namespace

@@ -69,16 +69,6 @@ TEST(RPSQWidthSpacingModel, TwoAxesSpacingFirstThenWidth) {
     EXPECT_NEAR(c->getRPSQ(2.0, 2.0), 4.8, 1e-12);
 }
 
-TEST(RPSQSIWidthModel, LinearHeldAtEnds) {
-    RPSQSIWidthModel m;
-    EXPECT_EQ(m.getRPSQ(1.0), -1.0);
-    m.widths = {1.0, 2.0};
-    m.values = {10.0, 20.0};
-    EXPECT_TRUE(near({m.getRPSQ(1.25), m.getRPSQ(0.5), m.getRPSQ(3.0)}, {12.5, 10, 20}));
-    m.widths = {1.0, 1.0 + 1e-10};
-    EXPECT_EQ(m.getRPSQ(1.0), -1.0);
-}
-
 TEST(PRVWidthLength, BilinearInsideAndAreaScaledOutside) {
     // rpv = 8 / (w l) at the four corners.
     PRVWidthLength m;
@@ -122,14 +112,6 @@ TEST(ViaRPVAreaModel, ConductanceInterpolationAndEnds) {
     EXPECT_DOUBLE_EQ(c->getResist(4.0), 2.5);
 }
 
-TEST(ViaSpacingModel, MovesWithTheConductorEdges) {
-    // Edges 0 and 100 move to 10 and 90.
-    for (const auto& [x, want] : std::vector<std::pair<double, double>>{
-             {50, 50}, {25, 30}, {0, 10}, {100, 90}, {-5, 5}, {120, 110}})
-        EXPECT_DOUBLE_EQ(ViaSpacingModel::eval(x, 0, 100, 10, 90), want) << x;
-    EXPECT_DOUBLE_EQ(ViaSpacingModel::eval(7, 5, 5, 8, 9), 10.0);
-}
-
 namespace {
 
 struct Layer {
@@ -160,20 +142,4 @@ TEST(LayerOffsetCompat, ConductorBasesMoveByEntriesBelowTheirTop) {
     offsets.reference = 0.2;
     offsets.applyCondOffset(lifted, 0);
     EXPECT_DOUBLE_EQ(lifted[0].base, 3.5);
-}
-
-TEST(LayerOffsetCompat, DielectricsGrowOrMove) {
-    LayerOffsetCompat offsets;
-    offsets.addLayerOffset("X", 0.5, 0.1);  // below the bottom: base
-    offsets.addLayerOffset("", 2.0, 0.2);   // inside: thickness
-    offsets.addLayerOffset("", 3.5, 0.4);   // above the top: nothing
-    std::vector<Layer> diel = {{1, "D", 1.0, 2.0}, {0, "D", 1.0, 2.0}};
-    offsets.applyDielOffset(diel, 1);
-    EXPECT_TRUE(near({diel[0].base, diel[0].thickness, diel[1].base, diel[1].thickness},
-                     {1.1, 2.2, 1.0, 2.0}));
-
-    std::unique_ptr<LayerOffsetCompat> c(offsets.clone());
-    offsets.reset();
-    EXPECT_TRUE(offsets.entries.empty());
-    EXPECT_EQ(c->entries.size(), 3u);
 }
