@@ -127,17 +127,3 @@ TEST(CapLib, TakesFourArraysFromTheLayerKeyOrFallsBackOrRaisesTheLibraryErrors) 
         }
     }
 }
-
-TEST(SweepPoints, LastOrderedVectorVariesFastest) {
-    KARVEN::ParameterSet p{{{1, 2}, {10, 20, 30}, {100}, {1000, 2000}}};
-    EXPECT_EQ(KARVEN::sweepSize(p), 12u);
-    using P = std::array<double, 4>;
-    std::array<int, 4> natural{0, 1, 2, 3};
-    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 1), (P{1, 10, 100, 2000}));
-    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 2), (P{1, 20, 100, 1000}));
-    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 11), (P{2, 30, 100, 2000}));
-    // Slot k reads vector order[k]: here slot 3 reads vector 0, which now varies fastest.
-    std::array<int, 4> reversed{3, 2, 1, 0};
-    EXPECT_EQ(KARVEN::sweepPoint(p, reversed, 1), (P{1000, 100, 10, 2}));
-    EXPECT_EQ(KARVEN::sweepPoint(p, reversed, 6), (P{2000, 100, 10, 1}));
-}

@@ -73,25 +73,6 @@ std::pair<bool, std::string> constrain(Matrix& c, double tol, const Matrix* var 
 
 }  // namespace
 
-TEST_F(Solving, DomainLayersCoatsAndSettingsReachTheSolver) {
-    StubFamily f("ROLES", KARVEN::GenericStructure::AnyPair, {"a", "b", "c"});
-    f.window = 30.0;
-    KARVEN::solveRoles(f, pattern, ctf, {1, 0.002, true, 17}, returning(std::vector<double>(8)));
-    // Window 30 wide around x = 0, from the substrate top to 100 above the stack's top (1.5).
-    EXPECT_EQ(window, (KARVEN::Rect{-15.0, 0.0, 15.0, 101.5}));
-    ASSERT_EQ(layers.size(), 3u);
-    EXPECT_EQ(layers[1], (Layer{1.0, 3.0}));
-    EXPECT_TRUE(coats.empty());
-    EXPECT_EQ(wires, pattern.conductors);
-    EXPECT_EQ(precision, 0.002);
-    EXPECT_EQ(seed, 17);
-
-    KARVEN::solveRoles(f, pattern, ctf, {1, 0.002, false, 17}, returning(std::vector<double>(8)));
-    ASSERT_EQ(coats.size(), 4u);
-    const KARVEN::Rect want{2.99, 0.2, 3.51, 0.31};
-    for (int k = 0; k < 4; ++k) EXPECT_NEAR(coats[3].second[k], want[k], 1e-12);
-}
-
 TEST_F(Solving, RolesDropTheMasterAndFoldTheLastValueIntoThePreferredPlane) {
     auto solve = returning({9, -1, -2, -3, 0.1, 0.2, 0.3, 0.4});
     auto roles = [&](std::vector<std::string> r) {

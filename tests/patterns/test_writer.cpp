@@ -47,19 +47,6 @@ TEST_F(Writer, LibraryWithSkippedAndFullCombination) {
     EXPECT_EQ(readFile(out), readFile("golden/library_skipped_and_full.txt"));
 }
 
-TEST_F(Writer, FamiliesAagAndAbgListAxesBackwards) {
-    LibFamily f("AAG", {"lateral"});
-    std::vector<std::pair<KARVEN::Layers, KARVEN::CapLib>> libs{
-        {{ctf.conductors[0], ctf.conductors[1]}, full}};
-    f.writeCapLibs(out.string(), libs);
-    EXPECT_EQ(readFile(out), readFile("golden/library_reversed_axes.txt"));
-
-    LibFamily p1("P1AAG", {"lateral"});  // only the exact names take part
-    p1.writeCapLibs(out.string(), libs);
-    EXPECT_NE(readFile(out).find("$ st\nSSS 1.000000e-01"), std::string::npos);
-    EXPECT_EQ(readFile(out).find("$ wt\nSSS 2.000000e+00\n\n$ wb"), std::string::npos);
-}
-
 TEST(FormatFloats, EightDecimalsHalvesAwayFromZeroIntegersUntouched) {
     KARVEN::json v = KARVEN::json::parse(
         R"({"a": [0.12345678949, -0.000000001, 0.000000005, -0.000000005], "b": {"c": 2.5e-9},

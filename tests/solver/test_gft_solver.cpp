@@ -142,31 +142,6 @@ TEST(GftSolverHomogeneous, WeightsMatchTheDerivativeKernels) {
     }
 }
 
-TEST(GftSolverSideFaces, DifferenceSchemeMatchesTheSquareWhereNoContrastIs) {
-    // An interface between equal permittivities must change nothing physical: the modes across
-    // z are exact, the side faces come from the 24-cell difference scheme.
-    gft_solver single, g;
-    single.solve_single();
-    g.solve_pack(gft_solver::SOLVE_GFT, {6}, {1.0, 1.0});
-    g.find_GFT();  // raw values
-    for (int j = 0; j < 12; ++j) {
-        EXPECT_NEAR(g.gft.upper_cdf[j], g.gft.lower_cdf[j], 1e-14);
-        EXPECT_NEAR(g.gft.upper_cdf[j], exact_probability(j), 1e-3 * exact_probability(j));
-    }
-    // Interior cells: second-order scheme, within 2.5e-3 relative. The corner cell's stencil,
-    // with the face half a cell away, spans a control volume of 3/4 cell, so it holds 3/4 of its
-    // panel. The two cells at the interface node split their pair's share unevenly, but the pair
-    // holds it.
-    for (int j = 1; j < 23; ++j) {
-        if (j == 5 || j == 6) continue;
-        EXPECT_NEAR(g.gft.side_cdf[j], exact_probability(j), 2.5e-3 * exact_probability(j)) << j;
-    }
-    EXPECT_NEAR(g.gft.side_cdf[0], 0.75 * exact_probability(0), 1e-2 * exact_probability(0));
-    EXPECT_NEAR(g.gft.side_cdf[23], 0.75 * exact_probability(23), 1e-2 * exact_probability(23));
-    const double pair = exact_probability(5) + exact_probability(6);
-    EXPECT_NEAR(g.gft.side_cdf[5] + g.gft.side_cdf[6], pair, 2.5e-3 * pair);
-}
-
 TEST(GftSolverLayered, ContrastDrawsTheWalkerIntoTheHigherPermittivity) {
     gft_solver up, down;
     up.solve_pack(gft_solver::SOLVE_GFT, {12}, {1.0, 10.0});
@@ -184,22 +159,6 @@ TEST(GftSolverLayered, ContrastDrawsTheWalkerIntoTheHigherPermittivity) {
         EXPECT_NEAR(upper_p(down.gft, j), lower_p(t, j), 1e-9);
     }
     for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(down.gft, j), side_p(t, 23 - j), 1e-9) << j;
-}
-
-TEST(GftSolverLayered, SymmetricStackGivesMirroredBlocks) {
-    gft_solver g;
-    g.solve_pack(gft_solver::SOLVE_GFT, {6, 18}, {1.0, 4.0, 1.0});
-    for (int j = 0; j < 12; ++j) EXPECT_NEAR(g.gft.lower_cdf[j], g.gft.upper_cdf[j], 1e-13);
-    EXPECT_NEAR(g.gft.face_cdf[0], 0.5 * g.gft.face_cdf[1], 1e-12);
-    for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(g.gft, j), side_p(g.gft, 23 - j), 1e-9) << j;
-
-    g.solve_pack(gft_solver::SOLVE_WVTZ, {6, 18}, {1.0, 4.0, 1.0});
-    g.find_WVTz();  // raw signed weights
-    for (int j = 0; j < 12; ++j) {
-        EXPECT_GT(g.wvtz.upper_cdf[j], 0);
-        EXPECT_NEAR(g.wvtz.lower_cdf[j], -g.wvtz.upper_cdf[j], 1e-12);
-    }
-    for (int j = 0; j < 24; ++j) EXPECT_NEAR(g.wvtz.side_cdf[j], -g.wvtz.side_cdf[23 - j], 1e-9);
 }
 
 // Exact statements for any layered box, each to the discretisation's accuracy (about 1e-3):

@@ -129,8 +129,6 @@ TEST(SolverEntry, DegenerateWiresAreSkippedAndResultsKeepInputPositions) {
             EXPECT_EQ(got[i + 5], ref[map[i] + 3]) << i;
         }
     }
-    EXPECT_GT(got[1], 0.0);  // a, the first survivor, is the master
-    EXPECT_LT(got[2], 0.0);
     // The external-solver route is not in this build: no values.
     EXPECT_TRUE(RW2D_API::extract_capacitance({a, b, plate}, layers, {}, window, 0.0, 7).empty());
 }

@@ -50,31 +50,6 @@ void capture(std::string_view line) {
 
 }  // namespace
 
-TEST(SolverMedium, GuardsSurroundTheStackWithoutItsFirstBottom) {
-    const MediumLayer l = three_layers();
-    const std::vector<double> z = {-INF, -INF, -INF, -INF, -INF, 1.0, 2.0, INF, INF, INF, INF, INF};
-    const std::vector<double> e = {3.9, 3.9, 3.9, 3.9, 3.9, 2.5, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
-    EXPECT_EQ(l.z, z);
-    EXPECT_EQ(l.eps, e);
-    EXPECT_EQ(l.raw_z, (std::vector<double>{0.0, 1.0, 2.0}));
-
-    MediumLayer one;
-    one.set_layers({{0.5, 4.2}});
-    EXPECT_EQ(one.z.size(), 10u);
-    EXPECT_EQ(one.eps, std::vector<double>(10, 4.2));
-    for (double y : {-1e6, -3.0, 0.5, 7.0, 1e6})
-        EXPECT_EQ(one.search_layer(y), std::make_pair(4, false)) << y;
-
-    // A stack never set up (the mirrored one without reflecting walls) stays empty.
-    EXPECT_TRUE(MediumLayer().z.empty());
-
-    // Equal neighbours fold into the first; a later different value starts a new layer.
-    MediumLayer folded;
-    folded.set_layers({{0.0, 3.9}, {1.0, 3.9 + 5e-9}, {2.0, 1.0}, {3.0, 3.9}});
-    EXPECT_EQ(folded.raw_z, (std::vector<double>{0.0, 2.0, 3.0}));
-    EXPECT_EQ(folded.raw_eps, (std::vector<double>{3.9, 1.0, 3.9}));
-}
-
 TEST(SolverMedium, SearchLayerOverARange) {
     const MediumLayer l = three_layers();
     MultilayerResult out;

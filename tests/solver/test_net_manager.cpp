@@ -288,20 +288,6 @@ TEST(SolverNets, NeighborAbsorbsOnConductorsAndOnTheAbsorbingBoundary) {
     }
 }
 
-TEST(SolverNets, ReflectingWallsAbsorbOnlyAtTheGuardOneWindowOut) {
-    for (std::uint32_t mode : {NEIGHBOR_SCAN, NEIGHBOR_BOX, NEIGHBOR_GRID}) {
-        SCOPED_TRACE(mode);
-        NetManager nm({rect(1, 1, 2, 2), rect(3, 1, 4, 2)}, {{0, 1}}, {}, rect(0, 0, 10, 30),
-                      space_args(true, mode), Config::ApproxArgs{});
-        nm.preprocess();
-        // At (5, 29) the nets are 27 away, the window 30 high; the guard (window grown by 10 left
-        // and right) is 15 away, less the 0.001 that keeps the folded walk off it.
-        expect_answer(nm, {5, 29}, {0, -1, 15 - 0.001});
-        // Beyond the guard (a point that was never folded) the query absorbs on the guard.
-        expect_answer(nm, {-9.9995, 5}, {2, -1, 0});
-    }
-}
-
 TEST(SolverNets, GridLayoutAndConservativeClearance) {
     // Master [1,1.5]x[1,2], neighbour [3,4]x[1,2]: smallest side 0.5; gap 1.5 gives a Gaussian
     // rectangle [0.25,2.25]x[0.25,2.75]; the grid covers the nets and that rectangle grown by 0.25,

@@ -29,27 +29,6 @@ struct Token {
     int index;
 };
 
-// Every token of a text up to the end, with a fresh parser state.
-std::vector<Token> lex_all(const std::string& text) {
-    const std::string path = write_temp("lex", text);
-    RW2D::free_objects();
-    RW2D::g_tpddlin.clear();
-    RW2D::g_tpddlin.open(path);
-    std::vector<Token> tokens;
-    RW2D::LexValue v;
-    for (int t = RW2D::yylex(v); t != 0; t = RW2D::yylex(v))
-        tokens.push_back({t, v.number, v.index});
-    RW2D::g_tpddlin.close();
-    std::remove(path.c_str());
-    return tokens;
-}
-
-std::vector<int> kinds(const std::vector<Token>& tokens) {
-    std::vector<int> k;
-    for (const Token& t : tokens) k.push_back(t.kind);
-    return k;
-}
-
 // Parses a text; its standard output goes to *out when given.
 std::pair<int, Object**> parse_text(const std::string& text, std::string* out = nullptr) {
     const std::string path = write_temp("parse", text);
@@ -70,24 +49,6 @@ void expect_point(const RW2D::Vector2D& p, double x, double y) {
 constexpr int BEGIN_T = 306, BOX_T = 307, H_T = 316, PARA_T = 321, W_T = 332, WITH_T = 334;
 
 }  // namespace
-
-TEST(ObjectLanguageLexer, TokensOfWordsNumbersAndCharacters) {
-    const std::vector<Token> t = lex_all("begin box 2.5e1 x_1(-)\t;\r\nwith 7");
-    EXPECT_EQ(kinds(t), (std::vector<int>{BEGIN_T, BOX_T, RW2D::NUMBER, RW2D::NEW_NAME, '(', '-',
-                                          ')', ';', WITH_T, RW2D::NUMBER}));
-    EXPECT_DOUBLE_EQ(t[2].number, 25.0);
-    EXPECT_DOUBLE_EQ(t[9].number, 7.0);
-    // No object exists yet: a new name carries the next free index, 0.
-    EXPECT_EQ(t[3].index, 0);
-    EXPECT_STREQ(RW2D::curname, "x_1");
-
-    // Character 255 ends the input like the end of the file does.
-    EXPECT_EQ(kinds(lex_all("h\xffw")), std::vector<int>{H_T});
-
-    // Names are cut to 14 characters.
-    lex_all("abcdefghijklmnopqrst");
-    EXPECT_STREQ(RW2D::curname, "abcdefghijklmn");
-}
 
 TEST(ObjectLanguageCount, CountsOnlyFreeStandingShapeKeywords) {
     // "c;boxx", "box;" and "(box)" are not keywords on their own; the one in a comment is.
@@ -162,30 +123,4 @@ TEST(ObjectLanguageParse, ArithmeticPrecedenceAndConstants) {
         EXPECT_EQ(RW2D::constvarlist[i], names[i]);
         EXPECT_DOUBLE_EQ(RW2D::constvaluelist[i], values[i]) << names[i];
     }
-}
-
-TEST(ObjectLanguageParse, ErrorsAreCountedAndReportedAtTheNextEnd) {
-    const int before = RW2D::g_errflg;
-    std::string out;
-    // "begin\nbox " is 10 characters: the error is seen behind the number at offset 10.
-    auto [count, obj] = parse_text("begin\nbox 3; volt = 1\nend\n", &out);
-    EXPECT_EQ(out,
-              "Error the " + std::to_string(before + 1) + "th, CharLocate 11  Current char is ;\n");
-    EXPECT_EQ(count, 1);
-    EXPECT_NE(obj, nullptr);
-
-    // A reserved word is no name.
-    parse_text("begin box with; volt = 1; at (0,0); w = 1; h = 1 end", &out);
-    EXPECT_EQ(RW2D::g_errflg, before + 2);
-    EXPECT_EQ(out.rfind("Error the " + std::to_string(before + 2) + "th", 0), 0u) << out;
-
-    // A good file that reaches its end reports the errors so far.
-    parse_text("begin capa end", &out);
-    EXPECT_EQ(out, "There are " + std::to_string(before + 2) + " errors!\n");
-
-    // No "begin": nothing is allocated.
-    std::tie(count, obj) = parse_text("box a; volt = 1; at (0,0); w = 1; h = 1", &out);
-    EXPECT_EQ(count, 0);
-    EXPECT_EQ(obj, nullptr);
-    EXPECT_EQ(RW2D::g_errflg, before + 3);
 }

@@ -68,43 +68,6 @@ TEST(OnlineTableLookup, GreenTableKeyIgnoresWhatLiesAboveTheBox) {
     EXPECT_NEAR(x1.total_weight, x2->total_weight, 1e-9 * x2->total_weight);
 }
 
-TEST(OnlineTableLookup, SingleMediumAndDegenerateKeys) {
-    online_table_manager m;
-    const PDFGFT* single = m.get_single_gft();
-    EXPECT_EQ(m.get_GFT({0}, {3.0}, 1.0), single);
-    EXPECT_EQ(m.get_GFT({0, 6}, {3.90, 3.904}, 24), single);  // merges to one pair
-    EXPECT_EQ(m.get_GFT({0, 0.3, 30}, {1, 2, 3}, 24), single);
-    EXPECT_EQ(m.gft_tables.query_count, 3);
-    EXPECT_TRUE(m.gft_tables.map.empty());
-    EXPECT_NEAR(single->face_cdf[0], 0.25, 1e-12);
-
-    double e = 0;
-    EXPECT_EQ(m.get_WVTz({0}, {2.5}, 24, e), m.get_single_wvtz());
-    EXPECT_EQ(e, 2.5);
-    EXPECT_EQ(m.get_WVTz({0, 6}, {3.90, 3.904}, 24, e), m.get_single_wvtz());
-    EXPECT_EQ(e, 3.90);  // the true permittivity of the layer at the key's node
-    EXPECT_EQ(m.wvtz_tables.query_count, 2);
-
-    // A first node other than 0 is solved as if it were 0.
-    const PDFGFT shifted = *m.get_GFT({2, 12}, {1, 4}, 24);
-    const PDFGFT* plain = m.get_GFT({0, 12}, {1, 4}, 24);
-    EXPECT_EQ(m.gft_tables.map.size(), 2u);
-    EXPECT_EQ(std::memcmp(&shifted, plain, sizeof(PDFGFT)), 0);
-}
-
-TEST(OnlineTableLookup, WeightTablesSolveTheirOwnKind) {
-    online_table_manager m;
-    double e = 0;
-    const PDFWVTz* z = m.get_WVTz({0, 5.5}, {1, 4}, 24, e);
-    EXPECT_EQ(e, 4.0);  // centre above the homogenised cell 5: layer eps 4 at node 6
-    // The averaged cell became a thin layer of 1.6 from node 5 to 6.
-    RW2D::gft_solver s;
-    s.solve_pack(RW2D::gft_solver::SOLVE_WVTZ, {5, 6}, {0.25, 0.4, 1.0});
-    EXPECT_EQ(std::memcmp(z, &s.wvtz, sizeof(PDFWVTz)), 0);
-    EXPECT_EQ(m.get_WVTz({0, 5.5}, {1, 4}, 24, e), z);  // hit
-    EXPECT_EQ(m.wvtz_tables.map.size(), 1u);
-}
-
 TEST(OnlineTableShared, MergeCopiesMissingEntriesAndFreezesWhenSaturated) {
     online_table_database<PDFGFT> shared, priv;
     online_table_lock lock;
@@ -184,25 +147,6 @@ TEST_F(OnlineTableFiles, DumpWritesPackedRecordsAndLoadRestoresThem) {
     EXPECT_EQ(x.size(), 8 + (8 + 4 + 408) + (8 + 6 + 408));
     EXPECT_EQ(y.size(), 8 + (8 + 6 + 440));  // key {0,25,5,40,6,100}
     EXPECT_EQ(z.size(), 8 + (8 + 4 + 416));
-    {
-        uint64_t len = 0;
-        std::memcpy(&len, y.data() + 8, 8);
-        ASSERT_EQ(len, 6u);
-        EXPECT_EQ(y.substr(16, 6), bytes({0, 25, 5, 40, 6, 100}));
-        const PDFWVTz& t = m.wvtz_tables.map.at(y.substr(16, 6));
-        const char* tail = y.data() + 22;
-        double d[3];
-        std::memcpy(d, tail, 24);
-        EXPECT_EQ(d[2], 1.0);
-        EXPECT_EQ(d[0], t.face_cdf[0]);
-        double w;
-        std::memcpy(&w, tail + 24, 8);
-        EXPECT_EQ(w, t.total_weight);
-        for (int j = 0; j < 24; ++j) EXPECT_EQ(tail[32 + j], t.side_sign[j] ? 1 : 0);
-        double last_side;
-        std::memcpy(&last_side, tail + 440 - 8, 8);
-        EXPECT_EQ(last_side, t.side_cdf[23]);
-    }
 
     online_table_manager n;
     PDFGFT mine;

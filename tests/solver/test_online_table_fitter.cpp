@@ -89,32 +89,6 @@ TEST(OnlineTableFitter, ShrinksToTheBlockAndKeepsEmptyStrataExact) {
     EXPECT_DOUBLE_EQ(f.eps[1], 5.0);      // the block spans all transverse samples
 }
 
-TEST(OnlineTableFitter, TinyClearanceFallsBackOnQuarters) {
-    // Layer boundary 0.05 above the centre and a block over x >= 0: w = 0.05 < 0.2 a.
-    Scene s({{-50, 1}, {0.05, 3}}, {{4.0, Rectangle(0, 2, 2, -2)}});
-    online_table_fitter f;
-    RandGen rng(5), replay(5);
-    double size = 1;
-    f.fit(s.media, {0, 0}, size, false, &rng);
-    EXPECT_EQ(f.direction, 0);
-    EXPECT_EQ(size, 1);
-    EXPECT_EQ(f.heights, (std::vector<double>(4, 0.0)));
-    ASSERT_EQ(f.eps.size(), 4u);
-    EXPECT_DOUBLE_EQ(f.eps[0], 1.0);  // lower left: below the boundary, left of the block
-    EXPECT_DOUBLE_EQ(f.eps[1], 4.0);  // lower right: in the block (edge x = 0 included)
-    EXPECT_DOUBLE_EQ(f.eps[2], 4.0);
-    EXPECT_GE(f.eps[3], 1.0);  // upper left: harmonic mean of 1 and 3 samples
-    EXPECT_LE(f.eps[3], 3.0);
-    for (int i = 0; i < 8; ++i) replay.uniform();
-    EXPECT_TRUE(rng.engine == replay.engine);
-
-    // The weight hop never takes the quarter model: it keeps at least a tenth of the box.
-    size = 1;
-    f.fit(s.media, {0, 0}, size, true, &rng);
-    EXPECT_NE(f.direction, 0);
-    EXPECT_DOUBLE_EQ(size, 0.1);
-}
-
 // Monte Carlo over the homogeneous tables: the draws must reproduce what the tables mean.
 constexpr int kDraws = 200000;
 
@@ -207,24 +181,6 @@ TEST(OnlineTableSampling, QuarterDrawsWeighTheQuartersByPermittivity) {
     EXPECT_NEAR(right_lower / double(kDraws), 0.375, 0.005);
     EXPECT_NEAR(lower_left / double(kDraws), 0.125, 0.005);
     EXPECT_NEAR(left_lower / double(kDraws), 0.125, 0.005);
-
-    // Equal quarters: each of the eight half-faces 1/8.
-    int half_face[8] = {};
-    for (int i = 0; i < kDraws; ++i) {
-        q = {2, 2, 2, 2};
-        const auto [tx, tz] = oct_sampling(t, q, &rng);
-        int id;
-        if (tz == -1)
-            id = tx < 0 ? 0 : 1;
-        else if (tz == 1)
-            id = tx < 0 ? 2 : 3;
-        else if (tx == -1)
-            id = tz < 0 ? 4 : 5;
-        else
-            id = tz < 0 ? 6 : 7;
-        ++half_face[id];
-    }
-    for (int c : half_face) EXPECT_NEAR(c / double(kDraws), 0.125, 0.005);
 }
 
 }  // namespace

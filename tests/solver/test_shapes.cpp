@@ -47,12 +47,6 @@ using karven_test::run_in_child;
 
 namespace {
 
-std::string text_of(const Shape& s) {
-    std::ostringstream os;
-    s.output(os);
-    return os.str();
-}
-
 // Staircase of three slices narrowing upward: [0,6]x[0,1], [1,5]x[1,2], [2,4]x[2,3].
 Trapezoid staircase() {
     Trapezoid t;
@@ -116,28 +110,6 @@ TEST(SolverShapes, TrapezoidDistancesAreNeverNegative) {
     EXPECT_EQ(t.distance(Vector2D{5, 1.5}, d), SIDE_BOUNDARY);  // right side of the middle slice
     EXPECT_EQ(t.distance(Vector2D{0.5, 2.5}, d), SIDE_OUTSIDE);
     EXPECT_DOUBLE_EQ(d, 0.5);
-}
-
-TEST(SolverShapes, TrapezoidOverlapCenterCopyAndText) {
-    const Trapezoid t = staircase();
-    const Rectangle corner(6.5, 7, 3, 2.5);  // right of every slice
-    const Rectangle near_base(5.5, 7, 1, 0.5);
-    EXPECT_FALSE(t.overlap(&corner));
-    EXPECT_TRUE(t.overlap(&near_base));
-    EXPECT_DOUBLE_EQ(t.center().x, 3.0);
-    EXPECT_DOUBLE_EQ(t.center().y, 1.5);
-    Trapezoid unknown;
-    EXPECT_EQ(unknown.center().x, 1e10);
-    EXPECT_EQ(unknown.center().y, 1e10);
-    EXPECT_EQ(unknown.distance(Vector2D{0, 0}), Shape::SPACE_INF);
-
-    Trapezoid copy = t;  // deep copy: slices are owned separately
-    copy.slices[0]->set(0, 1, 1, 0);
-    EXPECT_DOUBLE_EQ(t.slices[0]->right, 6);
-    Trapezoid two;
-    two.add_slice(new Rectangle(0, 2, 1, 0));
-    two.add_slice(new Rectangle(0.5, 1.5, 2, 1));
-    EXPECT_EQ(text_of(two), "Trapezoid{Rectangle{(0,0),(2,1)},Rectangle{(0.5,1),(1.5,2)},}");
 }
 
 TEST(SolverShapes, FatalErrorsPrintRedLineAndExitWithZero) {

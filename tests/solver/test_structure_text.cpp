@@ -38,13 +38,6 @@ void write(const std::string& path, const std::string& text) {
     std::ofstream(path) << text;
 }
 
-std::string slurp(const std::string& path) {
-    std::ifstream f(path);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-}
-
 // Two wires over one full-width layer of 3.9; the second conductor is listed first by name.
 const char* kTwoWires =
     "m 4 0 1 1 1 1 1.5 0 1.5\n"
@@ -53,39 +46,6 @@ const char* kTwoWires =
     "4 -5 0 10 0 10 4 -5 4\n";
 
 }  // namespace
-
-TEST(StructureText, ObjectOrderAndRefText) {
-    const std::string path = tmp("two.txt"), ref = tmp("two.ref");
-    write(path, kTwoWires);
-    std::vector<Object*> objs = RW2D::parse_structure_text(path);
-    ASSERT_EQ(objs.size(), 5u);
-    EXPECT_EQ(objs[0]->name, "m");
-    EXPECT_EQ(objs[0]->value, 1.0);
-    EXPECT_EQ(objs[1]->name, "a");
-    EXPECT_EQ(objs[1]->value, 0.0);
-    EXPECT_EQ(objs[2]->type, Object::WINDOW);
-    EXPECT_EQ(objs[3]->type, Object::MEDIUM);
-    EXPECT_EQ(objs[3]->value, -1.0);
-    EXPECT_EQ(objs[4]->value, 3.9);
-    std::ostringstream os;
-    os << *objs[0];
-    EXPECT_EQ(os.str(), "(Object)Cond m 1(0,1)(1,1)(1,1.5)(0,1.5)");
-    // A slanted quad is a polygon, corners from p3 down to p0.
-    objs[0]->points[3].x = 0.2;
-    EXPECT_EQ(RW2D::format_ref(objs[0], "m", " V;"),
-              "POLY NAME=m; COORD=0.2,1.5; 1,1.5; 1,1; 0,1; V;");
-    for (Object* o : objs) delete o;
-
-    RW2D::parse_to_ref(path, ref);
-    EXPECT_EQ(slurp(ref),
-              "WINDOW X1=-5; Y1=0; X2=10; Y2=4;\n"
-              "BOX NAME=diel_no0; CX=2.5; CY=2; W=15; H=4; DIEL=3.900000;\n"
-              "BOX NAME=m; CX=0.5; CY=1.25; W=1; H=0.5; VOLT=1;\n"
-              "BOX NAME=a; CX=2.5; CY=1.25; W=1; H=0.5; VOLT=0;\n"
-              "OPTIONS SET_GRID=grid_num;\nPOTENTIAL\n");
-    std::remove(path.c_str());
-    std::remove(ref.c_str());
-}
 
 TEST(StructureText, FileRouteBuildsTheSameStructure) {
     const std::string path = tmp("nm.txt");
@@ -147,40 +107,4 @@ TEST(StructureText, FileAndMemoryRoutesAgreeWithinErrorBars) {
     EXPECT_NEAR(file["a"], mem[1], 4 * std::sqrt(2 * mem[3]));
     EXPECT_GT(file["m"], 0.0);
     EXPECT_LT(file["a"], 0.0);
-}
-
-TEST(StructureText, DirectoryRunInNameOrder) {
-    const std::string dir = tmp("dir");
-    mkdir(dir.c_str(), 0755);
-    write(dir + "/b.txt", kTwoWires);
-    write(dir + "/a.txt", kTwoWires);
-    write(dir + "/.hidden.txt", "garbage");
-    write(dir + "/notes.md", "garbage");
-    RW2D::Config c;
-    c.mc.precision = 0.05;
-    c.input_path = dir;
-    c.input_is_directory = true;
-    c.report_named = false;
-    c.report_values = true;
-    c.output_path = tmp("dir.out");
-    RW2D::MCManager m;
-    m.estimate(c);
-    const std::string out = slurp(c.output_path);
-    const std::size_t pa = out.find("$$" + dir + "/a.txt\n"),
-                      pb = out.find("$$" + dir + "/b.txt\n");
-    EXPECT_NE(pa, std::string::npos) << out;
-    EXPECT_NE(pb, std::string::npos) << out;
-    EXPECT_LT(pa, pb);
-    EXPECT_EQ(out.find("hidden"), std::string::npos);
-    EXPECT_EQ(out.find("notes"), std::string::npos);
-    // Same file, fixed seed: the two reports are identical.
-    EXPECT_EQ(out.substr(out.find('\n', pa) + 1, pb - out.find('\n', pa) - 1),
-              out.substr(out.find('\n', pb) + 1));
-    for (const char* f : {"/a.txt", "/b.txt", "/.hidden.txt", "/notes.md"})
-        std::remove((dir + f).c_str());
-    rmdir(dir.c_str());
-    std::remove(c.output_path.c_str());
-
-    c.input_path = dir + "_missing";
-    EXPECT_THROW(m.estimate(c), std::runtime_error);
 }

@@ -106,19 +106,6 @@ TEST(SolverWalk, StartPointsLieOnTheGaussianSidesInProportionToTheirLength) {
     EXPECT_NEAR(count[NORM_X_POS] / double(n), 1.5 / 7, 0.009);
 }
 
-TEST(SolverWalk, StartPointsOutsideTheWindowAreDrawnAgain) {
-    // The window cuts the Gaussian rectangle at x = 1.2: the right side is never used.
-    NetManager nets =
-        make_nets({rect(0, 0, 1, 0.5), rect(-2, 0, -1, 0.5)}, rect(-10, -10, 1.2, 10));
-    RandGen rng(9);
-    for (int k = 0; k < 5000; ++k) {
-        NormDir dir;
-        const WalkPoint p = nets.sample(dir, &rng);
-        ASSERT_NE(dir, NORM_X_POS);
-        ASSERT_LE(p.point.x, 1.2);
-    }
-}
-
 TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
     NetManager nets = make_nets(
         {rect(-0.05, 0.3, 0.05, 0.5), rect(0.15, 0.3, 0.25, 0.5), rect(-10, -0.1, 10, 0.0)},

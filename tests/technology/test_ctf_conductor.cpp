@@ -137,7 +137,6 @@ TEST(CtfConductor, ValueAndFieldErrors) {
         {"gate2contact_smin", "0", "invalid gate2contact_smin value"},
         {"raiseddiffu_thickness", "0",
          "the value of raiseddiffu_thickness must be larger than zero"},
-        {"raiseddiffu_etch", "-0.001", "the value of raiseddiffu_etch can not be negative"},
         {"bottom_diel_er", "0", "invalid bottom_diel_er value"},
     };
     std::vector<ErrorCase> errors;
@@ -175,16 +174,6 @@ TEST(CtfConductor, ConstantWidthVariations) {
         EXPECT_NEAR((*list)[0]->constant, 0.03, 1e-15);
     }
     EXPECT_EQ(sum->needs_res_modeling, 1);
-
-    Layer cap(metal(" capaci_only_width_var -0.01\n"));
-    ASSERT_EQ(cap->cap_etch.size(), 1u);
-    EXPECT_DOUBLE_EQ(cap->cap_etch[0]->constant, -0.01);
-    EXPECT_TRUE(cap->res_etch.empty());
-    EXPECT_EQ(cap->needs_res_modeling, 0);
-    Layer res(metal(" resistive_only_width_var 0.004\n"));
-    EXPECT_TRUE(res->cap_etch.empty());
-    EXPECT_EQ(res->res_etch.size(), 1u);
-    EXPECT_EQ(res->needs_res_modeling, 1);
 
     // Behind a table a new constant starts, and the later one adds to it.
     Layer mixed(metal(" width_var 0.01\n" + std::string(kEtchTable) +
@@ -237,14 +226,8 @@ TEST(CtfConductor, TableExclusionsReportAtTheSecondTable) {
          "multiple gate2diffusion_cap tables are specified in one layer"},
         {poly + poly, "thickness_var_from_polynomial", 2, once("thickness_var_from_polynomial")},
         {dw + poly, "thickness_var_from_polynomial", 1, before_poly},
-        {poly + ws(""), "thickness_var_from_ws", 1,
-         "additional thickness modeling is not allowed when thickness_var_from_polynomial is "
-         "already existed in the same layer"},
         {ws(cap) + ws(cap), "thickness_var_from_ws", 2,
          once("capacitive_only thickness_var_from_ws")},
-        {ws(res) + ws(""), "thickness_var_from_ws", 2,
-         once("resistive_only thickness_var_from_ws")},
-        {d(res) + d(""), "thickness_var_from_d", 2, once("thickness_var_from_d")},
         {b(cap) + b(cap), "bottom_thickness_var_from_si_width", 2,
          once("capacitive_only bottom_thickness_var_from_si_width")},
         {dw + dw, "thickness_vs_density_and_width", 2, once("thickness_vs_density_and_width")},

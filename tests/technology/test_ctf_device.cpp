@@ -183,43 +183,6 @@ const std::string kCapTable =
     "    gate_pitch { 0.09 } gate2contact_spacings { 9 } }\n"
     "}";
 
-TEST(CtfGate2Diff_cap, SubTablesGiveOneModelEach) {
-    Reader r(kCapTable + " thickness 1");
-    auto* t = r.read<CtfGate2Diff_cap>();
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(t->models.size(), 2u);
-    EXPECT_EQ(t->names, (std::vector<std::string>{"OD1", "OD2"}));
-
-    const GateDiffCapModel& w = t->models[0];
-    EXPECT_EQ(w.by_gate_width, 1);
-    // The caps run along the spacing fastest: gate width 2 at spacing 0.1 is the fourth value,
-    // and half way between the two widths at spacing 0.3 lies (13 + 23) / 2.
-    double out = 0;
-    ASSERT_EQ(w.evalEtch(2, 0.1, out), 1);
-    EXPECT_DOUBLE_EQ(out, 21.0);
-    ASSERT_EQ(w.evalEtch(1.5, 0.3, out), 1);
-    EXPECT_DOUBLE_EQ(out, 18.0);
-
-    const GateDiffCapModel& p = t->models[1];
-    EXPECT_EQ(p.by_gate_width, 0);
-    EXPECT_EQ(p.widths, (std::vector<double>{0.09}));
-    EXPECT_EQ(p.spacings, (std::vector<double>{0.5, 0.7}));
-    EXPECT_EQ(p.values, (std::vector<double>{5, 6}));
-
-    // The sub table reader is in force only inside the table.
-    EXPECT_EQ(r.ci.default_processor, nullptr);
-    r.ci.stream.next();
-    EXPECT_NE(dynamic_cast<CtfNumberAttri*>(r.ci.processElem()), nullptr);
-
-    // The table count is truncated: 1.9 counts as 1.
-    const std::string a = " A { gate_w { 1 } gate2contact_spacings { 1 } caps_per_micron { 3 } }";
-    Reader one("gate2diffusion_cap { num_tables 1.9\n" + a + " }");
-    EXPECT_EQ(one.read<CtfGate2Diff_cap>()->models.size(), 1u);
-    const std::string two = "gate2diffusion_cap { num_tables 1.9\n" + a + a + " }";
-    EXPECT_EQ(errorOf(two), errorAt(two, "gate2diffusion_cap", 1,
-                                    "number of sub tables do not match with num_tables field"));
-}
-
 TEST(CtfGate2Diff_cap, ErrorTexts) {
     const char* no_count =
         "num_tables field must be specified at the beginning ot the "

@@ -27,7 +27,6 @@ T* next(Reader& r) {
 
 TEST(CtfForms, ErrorTextsWithTokenLineAndPosition) {
     const char* number = "expecting number value for the attribute";
-    const char* vector_end = "cannot find the end of the vector";
     const char* tuple_end = "cannot find the end of the tuple";
     const char* tuple_number = "invalid tuple element detected (only number value is allowed)";
     const std::string pair = "gate_diffusion_layer_pair ";  // 26 bytes
@@ -39,46 +38,30 @@ TEST(CtfForms, ErrorTextsWithTokenLineAndPosition) {
     const Case cases[] = {
         {"\n  thickness", "thickness", 2, 2, "expecting attribute value"},
         {"thickness { 1 }", "{", 1, 10, number},
-        {"er\n\t abc", "abc", 2, 2, number},
-        {"er 1e999", "1e999", 1, 3, number},
-        {"\n layer_type\n", "layer_type", 2, 1, "expecting attribute value"},
         {" widths", "widths", 1, 1, kBrace},
         {"widths w1 { 1 }", "widths", 1, 0, kBrace},  // no name allowed
         {"widths { 1 x }", "x", 1, 11,
          "invalid vector elements detected (only number value is allowed)"},
-        {"widths { 1\n 2", "2", 2, 1, vector_end},
         {"device_type nmos", "device_type", 1, 0, kBrace},
-        {"device_type { a", "a", 1, 14, vector_end},
         {"\n\n    (", "(", 3, 4, "expecting tuple elements"},
         {"(1 a)", "a", 1, 3, tuple_number},
-        {"( 1 2", "2", 1, 4, tuple_end},
-        {"crt_area (1 2)", "crt_area", 1, 0, kBrace},
         {"crt_area { (1 2)\n is_gate }", "is_gate", 2, 1,
          "expecting tuple beginning with LEFT PARENTHESIS"},
         {"crt_area { 5 }", "5", 1, 11, "unknown keyword"},
-        {"crt_area { (1 x) }", "x", 1, 14, tuple_number},
-        {"crt_area { (1 2)", ")", 1, 15, vector_end},
-        {"er_table ( a 1 )", "er_table", 1, 0, kBrace},
         {"er_table {\n is_gate }", "is_gate", 2, 1,
          "expecting key-value pairs beginning with LEFT PARENTHESIS"},
         {"er_table { (", "(", 1, 11, "expecting key name"},
         {"er_table { ( a", "a", 1, 13, "expecting value"},
         {"er_table { ( a b )", "b", 1, 15, "invalid value (only numbers are allowed)"},
-        {"er_table { ( a 1", "1", 1, 15, tuple_end},
         {"er_table { ( a 1 2 ) }", "2", 1, 17, tuple_end},
-        {"er_table { (a 1)", ")", 1, 15, vector_end},
-        {pair + "(g d)", "gate_diffusion_layer_pair", 1, 0, kBrace},
         {pair + "{ is_gate }", "is_gate", 1, 28,
          "expecting string tuple beginning with LEFT PARENTHESIS"},
         {pair + "{ (", "(", 1, 28, "expecting string"},
         {pair + "{ ( g1", "g1", 1, 30, "expecting second string"},
-        {pair + "{ ( g1 d1", "d1", 1, 33, tuple_end},
         {pair + "{ ( g1 d1 x ) }", "x", 1, 36, "only two string elements are allowed in the tuple"},
-        {pair + "{ (g d)", ")", 1, 32, vector_end},
         {"tall_via_config { a { b }", "}", 1, 24, "cannot find the end of the table"},
         {"tall_via_config x y", "y", 1, 18, "expecting table content beginning with LEFT BRACE"},
         {"\n  foo { }", "foo", 2, 2, "unknown keyword"},
-        {"etch 1", "etch", 1, 0, "unknown keyword"},  // not in the table
     };
     for (const Case& c : cases)
         EXPECT_EQ(errorOf(c.text), at(c.token, c.line, c.pos, c.message)) << c.text;

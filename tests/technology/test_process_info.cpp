@@ -77,37 +77,6 @@ TEST_F(ProcessInfoRead, RunningHeightStacksDielectricsNotConductors) {
     EXPECT_DOUBLE_EQ(v0.thickness, 1.0);
 }
 
-TEST_F(ProcessInfoRead, TopLevelRulesStopTheReadWithTheirText) {
-    struct Case {
-        std::string ctf;
-        std::string text;
-    };
-    const std::string long_name(65, 'L');
-    const std::vector<Case> cases = {
-        {"half_node_scale_factor 1.0", "invalid half_node_scale_factor"},
-        {"density_grid 0", "invalid density_grid value"},
-        {"background_er -2", "invalid background_er value"},
-        {"widths { 1 2 }", "unknown keyword"},
-        {"conductor M1 { rho 0.02 thickness 1 }\ndielectric M1 { thickness 1 er 2 }",
-         "dielectric layer name is defined multiple times"},
-        {"conductor " + long_name + " { rho 0.02 thickness 1 }",
-         "conductor layer name is too long"},
-        {"dielectric D { thickness 1 er 2 }\nconductor M1 { rho 0.02 thickness 1 }\n"
-         "conductor M2 { rho 0.02 thickness 1 }\ndielectric C { thickness 0.5 er 7 bottom M1 }",
-         "conformal layers with non-zero thickness must coat all the conductor layers in the "
-         "relevant z-coord range"},
-        {"dielectric D0 { thickness 1 er 4 }\nconductor M1 { rho 0.02 thickness 0.5 }\n"
-         "via V1 { bottom M9 top M1 rpv 1 via_size 0.1 }",
-         "[FATAL] CTF error: invalid bottom conductor \"M9\" for the via layer \"V1\"."},
-    };
-    for (const Case& c : cases) {
-        ProcessInfo fresh;
-        EXPECT_EQ(read(c.ctf, fresh), 0) << c.ctf;
-        EXPECT_NE(logged.find("[FATAL] CTF error"), std::string::npos) << logged;
-        EXPECT_NE(logged.find(c.text), std::string::npos) << logged;
-    }
-}
-
 TEST_F(ProcessInfoRead, EmptyFileThrowsAndMissingFileIsFatal) {
     EXPECT_THROW(read("# nothing but a comment\n"), Ctf_Error);
     testing::internal::GetCapturedStdout();

@@ -118,49 +118,4 @@ TEST(EtchModelSet, SumsTheMembersThatSucceed) {
     expectEval(*copy, {{2, 30, 30.1}});
 }
 
-double evalMask(const SyntheticEtchModel& m, int a, int b) {
-    double out = -999.0;
-    EXPECT_EQ(m.evalEtch(1.0, 1.0, a, b, out), 1) << a << "," << b;
-    return out;
-}
-
-// nmask 2: (1,1) and (2,2) share constant 1, (1,2) is 2, (2,1) is 3.
-SyntheticEtchModel twoMasks() {
-    SyntheticEtchModel m;
-    m.nmask = 2;
-    EXPECT_EQ(m.regEtchModel(new EtchModel(1.0), {{1, 1}, {2, 2}}), 1);
-    EXPECT_EQ(m.regEtchModel(new EtchModel(2.0), {{1, 2}}), 1);
-    EXPECT_EQ(m.regEtchModel(new EtchModel(3.0), {{2, 1}}), 1);
-    return m;
-}
-
-TEST(SyntheticEtchModel, DefaultPairsFollowTheCrossMaskTables) {
-    SyntheticEtchModel m = twoMasks();
-    m.settingDefaultModels();
-    EXPECT_DOUBLE_EQ(evalMask(m, 0, 0), 2.0);  // from (1,2)
-    EXPECT_DOUBLE_EQ(evalMask(m, 0, 1), 3.0);  // from (2,1)
-    EXPECT_DOUBLE_EQ(evalMask(m, 1, 0), 2.0);  // from (1,2)
-    EXPECT_DOUBLE_EQ(evalMask(m, 2, 2), 1.0);
-
-    SyntheticEtchModel given = twoMasks();
-    given.regEtchModel(new EtchModel(7.0), {{0, 0}});
-    given.settingDefaultModels();
-    EXPECT_DOUBLE_EQ(evalMask(given, 0, 0), 7.0);  // an explicit default is kept
-    EXPECT_DOUBLE_EQ(evalMask(given, 1, 0), 2.0);
-
-    // disColor hands the default table out and removes it.
-    std::unique_ptr<EtchModel> plain(m.disColor());
-    ASSERT_NE(plain, nullptr);
-    expectEval(*plain, {{1, 1, 2}});
-    double out = 0.0;
-    EXPECT_EQ(m.evalEtch(1.0, 1.0, 0, 0, out), 0);
-    EXPECT_DOUBLE_EQ(evalMask(m, 2, 1), 3.0);  // other tables remain
-    std::unique_ptr<EtchModel> seven(given.disColor());
-    expectEval(*seven, {{0, 0, 7}});
-    SyntheticEtchModel no_default;
-    no_default.nmask = 2;
-    no_default.regEtchModel(new EtchModel(1.0), {{1, 1}});
-    EXPECT_EQ(no_default.disColor(), nullptr);
-}
-
 }  // namespace

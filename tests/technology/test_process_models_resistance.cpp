@@ -122,24 +122,3 @@ struct Layer {
 };
 
 }  // namespace
-
-TEST(LayerOffsetCompat, ConductorBasesMoveByEntriesBelowTheirTop) {
-    LayerOffsetCompat offsets;
-    offsets.addLayerOffset("M2", 3.6, 0.2);  // above M2's top at entry: not applied
-    offsets.addLayerOffset("M2", 3.4, 0.3);
-    offsets.addLayerOffset("M1", 1.2, 0.1);
-    offsets.addLayerOffset("", 0.0, 5.0);  // unnamed entries match no conductor
-    std::vector<Layer> conductors = {
-        {0, "M1", 1.0, 0.5}, {0, "M2", 3.0, 0.5}, {1, "M1", 1.0, 0.5}, {0, "", 0.0, 10.0}};
-    offsets.applyCondOffset(conductors, 0);
-    // The third is on the other side; the last gets every named entry below 10.
-    EXPECT_TRUE(
-        near({conductors[0].base, conductors[1].base, conductors[2].base, conductors[3].base},
-             {1.1, 3.3, 1.0, 0.6}));
-
-    // The reference lifts the top: M2's entry at 3.6 now counts.
-    std::vector<Layer> lifted = {{0, "M2", 3.0, 0.5}};
-    offsets.reference = 0.2;
-    offsets.applyCondOffset(lifted, 0);
-    EXPECT_DOUBLE_EQ(lifted[0].base, 3.5);
-}

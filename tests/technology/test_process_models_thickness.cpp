@@ -116,22 +116,3 @@ TEST(ThicknessPolynomialModel, ChangeIsBoundedByMaxChangeOrThicknessBounds) {
     EXPECT_NEAR(thickness(m, 0.5, 2.0, 0.0), 0.105, 1e-15);
     EXPECT_EQ(bilinearPolynomial().getThicknessBounds(lo, hi), 0);
 }
-
-TEST(ThicknessPolynomialModel, WidthRangesPickTheCoefficientTable) {
-    ThicknessPolynomialModel m;
-    m.density_orders = {0};
-    m.width_orders = {0};
-    m.width_ranges = {1.0, 2.0};
-    m.coefficients = {{0.1}, {0.2}, {0.3}};
-    // At the break point 1 the lower table applies.
-    EXPECT_TRUE(near({thickness(m, 0.5, 0.5), thickness(m, 0.5, 1.0), thickness(m, 0.5, 1.5),
-                      thickness(m, 0.5, 7.0)},
-                     {0.1, 0.1, 0.2, 0.3}));
-
-    m.coefficients.pop_back();
-    double out = 5.0;
-    EXPECT_EQ(m.getThickness(0.5, 7.0, out, 0.0), 0);
-    EXPECT_DOUBLE_EQ(out, 5.0);
-    m.coefficients = {{}, {}};
-    EXPECT_EQ(m.getThickness(0.5, 0.5, out, 0.0), 0);
-}

@@ -41,10 +41,6 @@ const std::string kPillarStack =
 std::string metal(const std::string& body) {
     return "conductor M1 { rho 0.02 thickness 0.5\n" + body + "}\n";
 }
-std::string tsv(const std::string& name, const std::string& thickness) {
-    return "tsv " + name + " { bottom M1 top BM1 via_size 5 rho 0.02 thickness " + thickness +
-           " insulation_thickness 0.2 insulation_er 3.9 }\n";
-}
 std::string gate(const std::string& type) {
     return "conductor M1 { rho 0.02 thickness 0.1 layer_type " + type + " }\n";
 }
@@ -79,55 +75,6 @@ protected:
     std::unique_ptr<ProcessInfo> info;
     std::string logged;
 };
-
-TEST_F(ProcessRules, StatementRulesStopAtTheClosingBraceOfTheOffendingStatement) {
-    struct Case {
-        std::string ctf;
-        Switches switches;
-        std::string map;
-        std::string message;  // empty: the file reads
-    };
-    const std::string one_thickness = "all tsv layers must have the same thickness value";
-    const std::string gate_only =
-        "conformal layers with spacer_er_from_gate_ws model must coat GATE conductor layers";
-    const std::string nmask =
-        "multi-mask etch model for the tech layer must have equal or larger nmask value than the "
-        "mask ids of the gds layers";
-    const std::string need_mask =
-        "must specify multi-mask etch model for the tech layer which contains gds layers with "
-        "mask id";
-    const Switches no_etch = {{"DISABLE_CONDUCTOR_ETCH", "1"}};
-    const std::vector<Case> cases = {
-        // Thicknesses agree within 1e-6, not beyond.
-        {kBase + kMetal + tsv("T1", "50") + tsv("T2", "50.0000005") + kBackMetal, {}, "", ""},
-        {kBase + kMetal + tsv("T1", "50") + tsv("T2", "50.000002"), {}, "", one_thickness},
-        {kBase + kPillarStack + kPillar, {}, "", ""},
-        {kBase + kPillarStack + kPillar + kPillar, {}, "", "only one samt_vpt model is allowed"},
-        {kBase + gate("GATE") + spacer("M1"), {}, "", ""},
-        {kBase + gate("DIFFUSION") + spacer("M1"), {}, "", gate_only},
-        {kBase + gate("GATE") + spacer("M7"), {}, "", gate_only},
-        // Without its model the coat is an ordinary one.
-        {kBase + gate("DIFFUSION") + spacer("M1"), {{"DISABLE_SPACER_ER_VS_WS", "1"}}, "", ""},
-        {kBase + metal(kMaskEtch), {}, maskMap(2), ""},
-        {kBase + metal(kMaskEtch), {}, maskMap(3), nmask},
-        {kBase + metal(kPlainEtch), {}, maskMap(1), need_mask},
-        {kBase + metal(""), {}, maskMap(1), need_mask},
-        {kBase + metal(kPlainEtch), {}, maskMap(0), ""},  // mask id 0 is no colour
-        {kBase + metal(kMaskEtch), no_etch, maskMap(3), ""},
-        {kBase + metal(kPlainEtch), no_etch, maskMap(1), ""},
-    };
-    for (const Case& c : cases) {
-        const int status = read(c.ctf, c.switches, c.map);
-        if (c.message.empty()) {
-            EXPECT_EQ(status, 1) << c.ctf << logged;
-            continue;
-        }
-        EXPECT_EQ(status, 0) << c.ctf;
-        const int last = static_cast<int>(std::count(c.ctf.begin(), c.ctf.end(), '}'));
-        const std::string want = "[FATAL] " + tech_test::errorAt(c.ctf, "}", last, c.message);
-        EXPECT_NE(logged.find(want), std::string::npos) << want << "\n" << logged;
-    }
-}
 
 TEST_F(ProcessRules, MaskIdsKeepTheMultiMaskTablesOtherwiseTheyActAsPlainTables) {
     ASSERT_EQ(read(kBase + metal(kMaskEtch), {}, maskMap(2)), 1) << logged;
