@@ -95,35 +95,3 @@ TEST(Combinations, EachTypeInLoopOrder) {
     EXPECT_TRUE(combos(one, G::PlatePair).empty());
     EXPECT_EQ(combos(one, G::AnyPair), V{"substrate M1"});
 }
-
-TEST(CapLib, TakesFourArraysFromTheLayerKeyOrFallsBackOrRaisesTheLibraryErrors) {
-    MCTF::MiniCTF ctf;
-    ptest::fillStack(ctf, {{"M1", 0.2, 0.1}, {"M2", 0.5, 0.1}, {"M3", 0.8, 0.1}});
-    const KARVEN::ParameterSet own{{{1.0}, {2.0}, {3.0}, {4.0}}};
-    StubFamily f("S", G::PlatePair, {}, own);
-    KARVEN::Layers layers{ctf.substrate_ref, ctf.conductors[0], ctf.conductors[2]};
-    auto lib = f.prepareCapLib(layers,
-                               KARVEN::json::parse(R"({"0 1 3": [[0.1, 0.2], [1], [2, 3], [4]]})"));
-    EXPECT_EQ(lib.params[0], (std::vector<double>{0.1, 0.2}));
-    EXPECT_EQ(lib.params[2], (std::vector<double>{2, 3}));
-    EXPECT_TRUE(lib.values.empty());
-    for (const char* ignored :
-         {R"({"0 1 3": [[1], [2], [3]]})", R"({"0 1 3": [1, 2, 3, 4]})",
-          R"({"1 3": [[9], [9], [9], [9]]})", R"([[9], [9], [9], [9]])", "null"}) {
-        EXPECT_EQ(f.prepareCapLib(layers, KARVEN::json::parse(ignored)).params, own) << ignored;
-    }
-    // Wrong JSON types reach the user worded as the JSON library words them.
-    for (auto [text, id, words] :
-         {std::tuple{R"({"0 1 3": {"a":1,"b":2,"c":3,"d":4}})", 305,
-                     "cannot use operator[] with a numeric argument with object"},
-          std::tuple{R"({"0 1 3": [[1], 2, [3], [4]]})", 302,
-                     "type must be array, but is number"}}) {
-        try {
-            f.prepareCapLib(layers, KARVEN::json::parse(text));
-            ADD_FAILURE() << text;
-        } catch (const KARVEN::json::type_error& e) {
-            EXPECT_EQ(e.id, id);
-            EXPECT_NE(std::string(e.what()).find(words), std::string::npos) << e.what();
-        }
-    }
-}

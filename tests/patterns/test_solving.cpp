@@ -73,19 +73,6 @@ std::pair<bool, std::string> constrain(Matrix& c, double tol, const Matrix* var 
 
 }  // namespace
 
-TEST_F(Solving, RolesDropTheMasterAndFoldTheLastValueIntoThePreferredPlane) {
-    auto solve = returning({9, -1, -2, -3, 0.1, 0.2, 0.3, 0.4});
-    auto roles = [&](std::vector<std::string> r) {
-        StubFamily f("ROLES", KARVEN::GenericStructure::AnyPair, std::move(r));
-        return KARVEN::solveRoles(f, pattern, ctf, {}, solve);
-    };
-    using V = std::vector<double>;
-    EXPECT_EQ(roles({"l", "bottom", "r"}), (V{-1, -2 + 0.4, -3}));
-    EXPECT_EQ(roles({"closer_plane", "further_plane"}), (V{-1, -2 + 0.4}));
-    EXPECT_EQ(roles({"closer_plane", "x"}), (V{-1 + 0.4, -2}));
-    EXPECT_EQ(roles({"l", "r"}), (V{-1, -2}));
-}
-
 TEST_F(Solving, FullMatrixPutsEachRowInPatternOrder) {
     // Symmetric with zero row sums: the constraint changes nothing, so any mix-up of rows or
     // columns by the master swaps shows.

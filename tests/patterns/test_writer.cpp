@@ -47,22 +47,6 @@ TEST_F(Writer, LibraryWithSkippedAndFullCombination) {
     EXPECT_EQ(readFile(out), readFile("golden/library_skipped_and_full.txt"));
 }
 
-TEST(FormatFloats, EightDecimalsHalvesAwayFromZeroIntegersUntouched) {
-    KARVEN::json v = KARVEN::json::parse(
-        R"({"a": [0.12345678949, -0.000000001, 0.000000005, -0.000000005], "b": {"c": 2.5e-9},
-            "n": 3, "s": "0.123456789"})");
-    KARVEN::format_floats(v);
-    EXPECT_EQ(v["a"][0].get<double>(), 0.12345679);
-    EXPECT_EQ(v["a"][1].get<double>(), 0.0);
-    EXPECT_TRUE(std::signbit(v["a"][1].get<double>()));
-    EXPECT_EQ(v["a"][2].get<double>(), 1e-8);   // 0.5 of the grid rounds up
-    EXPECT_EQ(v["a"][3].get<double>(), -1e-8);  // and away from zero when negative
-    EXPECT_EQ(v["b"]["c"].get<double>(), 0.0);
-    EXPECT_TRUE(v["n"].is_number_integer());
-    EXPECT_EQ(v["s"], "0.123456789");
-    EXPECT_EQ(v["a"].dump(), "[0.12345679,-0.0,1e-08,-1e-08]");
-}
-
 TEST(SampleFile, OneCompactObjectPerLineWithCentresAndSizes) {
     fs::path out =
         fs::path(testing::TempDir()) / ("samples_" + std::to_string(getpid()) + ".jsonl");

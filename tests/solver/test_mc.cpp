@@ -108,31 +108,6 @@ TEST(SolverEntry, ParallelPlatesMatchTheirClosedForms) {
     EXPECT_NEAR(c2[1], -exact2, 0.01 * exact2 + 3 * std::sqrt(c2[3]));
 }
 
-TEST(SolverEntry, DegenerateWiresAreSkippedAndResultsKeepInputPositions) {
-    const std::array<double, 4> a = {-0.05, 0.3, 0.05, 0.5}, b = {0.15, 0.3, 0.25, 0.5},
-                                plate = {-10, -0.1, 10, 0.0};
-    const std::array<double, 4> flat = {1, 2, 3, 2}, thin = {4, 1, 4, 2};
-    const std::array<double, 4> window = {-10, 0, 10, 10};
-    const Layers layers = {{0, 3.9}};
-    const auto ref = RW2D_API::extract_capacitance({a, b, plate}, layers, {}, window, 0.03, 7);
-    const auto got =
-        RW2D_API::extract_capacitance({flat, a, b, thin, plate}, layers, {}, window, 0.03, 7);
-    ASSERT_EQ(ref.size(), 6u);
-    ASSERT_EQ(got.size(), 10u);
-    const int map[5] = {-1, 0, 1, -1, 2};
-    for (int i = 0; i < 5; ++i) {
-        if (map[i] < 0) {
-            EXPECT_EQ(got[i], 0.0);
-            EXPECT_EQ(got[i + 5], 0.0);
-        } else {
-            EXPECT_EQ(got[i], ref[map[i]]) << i;
-            EXPECT_EQ(got[i + 5], ref[map[i] + 3]) << i;
-        }
-    }
-    // The external-solver route is not in this build: no values.
-    EXPECT_TRUE(RW2D_API::extract_capacitance({a, b, plate}, layers, {}, window, 0.0, 7).empty());
-}
-
 namespace {
 
 // A small mixed set of solves: three structures, several masters and seeds, one with coats.

@@ -68,49 +68,6 @@ TEST(OnlineTableLookup, GreenTableKeyIgnoresWhatLiesAboveTheBox) {
     EXPECT_NEAR(x1.total_weight, x2->total_weight, 1e-9 * x2->total_weight);
 }
 
-TEST(OnlineTableShared, MergeCopiesMissingEntriesAndFreezesWhenSaturated) {
-    online_table_database<PDFGFT> shared, priv;
-    online_table_lock lock;
-    PDFGFT kept;
-    kept.face_cdf[0] = 0.7;
-    shared.map.emplace("a", kept);
-    PDFGFT fresh;
-    fresh.face_cdf[0] = 0.1;
-    priv.map.emplace("a", fresh);
-    priv.map.emplace("b", fresh);
-    priv.query_count = 9999998;
-    priv.merge_into(shared, lock);
-    EXPECT_EQ(shared.map.size(), 2u);
-    EXPECT_EQ(shared.map.at("a").face_cdf[0], 0.7);  // the entry already there stays
-    EXPECT_EQ(shared.query_count, 9999998);
-    EXPECT_TRUE(priv.map.empty());
-    EXPECT_EQ(priv.query_count, 0);
-    EXPECT_EQ(lock.writer.load(), 0);
-
-    // Exactly 1e7 queries is not yet saturated.
-    priv.query_count = 2;
-    priv.merge_into(shared, lock);
-    EXPECT_FALSE(shared.is_frozen());
-    // An empty, unqueried store changes nothing.
-    priv.merge_into(shared, lock);
-    EXPECT_EQ(shared.query_count, 10000000);
-
-    // 10,000,001 queries: 2 entries is far below 1e-5 per query.
-    priv.query_count = 1;
-    testing::internal::CaptureStdout();
-    priv.merge_into(shared, lock);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "[DEBUG] N4RW2D10gft_solver6PDFGFTE shared table shutdown, size: 2, query count: "
-              "10000001\n");
-    EXPECT_TRUE(shared.is_frozen());
-    // Frozen: nothing more goes in, and the private store is left as it is.
-    priv.map.emplace("c", fresh);
-    priv.query_count = 5;
-    priv.merge_into(shared, lock);
-    EXPECT_EQ(shared.map.size(), 2u);
-    EXPECT_EQ(priv.map.size(), 1u);
-}
-
 class OnlineTableFiles : public testing::Test {
 protected:
     void SetUp() override {

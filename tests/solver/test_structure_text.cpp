@@ -47,40 +47,6 @@ const char* kTwoWires =
 
 }  // namespace
 
-TEST(StructureText, FileRouteBuildsTheSameStructure) {
-    const std::string path = tmp("nm.txt");
-    // Layers 3.9 below y=2 and 2.5 above, a 7.0 block inside the lower one, and a slanted wire.
-    write(path,
-          "m 4 0 1 1 1 1 1.5 0 1.5\n"
-          "1 a 4 2 1 3.2 1 3 1.5 2.2 1.5\n"
-          "3 lo 4 -5 0 10 0 10 2 -5 2 3.9  hi 4 -5 2 10 2 10 4 -5 4 2.5  blk 4 4 0.5 6 0.5 6 1 4 1 "
-          "7\n"
-          "4 -5 0 10 0 10 4 -5 4\n");
-    RW2D::Config c;
-    c.approx.approx_order = 4;
-    RW2D::NetManager nm(path, c.space, c.approx);
-    std::remove(path.c_str());
-    ASSERT_EQ(nm.nets.size(), 2u);
-    EXPECT_EQ(nm.nets[0]->name, "a");  // sorted by name
-    EXPECT_EQ(nm.master->name, "m");
-    // Staircase of 4 slices: slice k=1 of 2N=8 steps in from the bottom corners by 0.2/8.
-    ASSERT_EQ(nm.nets[0]->shape->kind, RW2D::Shape::KIND_TRAPEZOID);
-    const auto* t = static_cast<const RW2D::Trapezoid*>(nm.nets[0]->shape);
-    ASSERT_EQ(t->slices.size(), 4u);
-    EXPECT_NEAR(t->slices[0]->left, 2.025, 1e-12);
-    EXPECT_NEAR(t->slices[0]->right, 3.175, 1e-12);
-    EXPECT_NEAR(t->slices[3]->top, 1.5, 1e-12);
-    EXPECT_NEAR(t->box_bottom, 1.0, 1e-12);
-
-    // The in-memory route's view of the same dielectrics.
-    RW2D::NetManager mem({Rectangle(0, 1, 1.5, 1), Rectangle(2, 3, 1.5, 1)}, {{0, 3.9}, {2, 2.5}},
-                         {{7.0, Rectangle(4, 6, 1, 0.5)}}, Rectangle(-5, 10, 4, 0), c.space,
-                         c.approx);
-    EXPECT_EQ(nm.media.layer.raw_z, mem.media.layer.raw_z);
-    EXPECT_EQ(nm.media.layer.raw_eps, mem.media.layer.raw_eps);
-    ASSERT_EQ(nm.media.layer.media.size(), mem.media.layer.media.size());
-}
-
 TEST(StructureText, FileAndMemoryRoutesAgreeWithinErrorBars) {
     const std::string path = tmp("cap.txt");
     write(path, kTwoWires);

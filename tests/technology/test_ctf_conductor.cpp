@@ -341,44 +341,4 @@ TEST(CtfConductor, EndOfStatementErrorsAtTheKeyword) {
     for (const char* ok : {"0.3", "0.6"}) EXPECT_EQ(errorOf(thick(ok)), "no error") << ok;
 }
 
-TEST(CtfConductor, PolynomialWidthAndSpacingRanges) {
-    // The ends over the capacitive etch tables; the resistive one and the constant do not count.
-    const std::string etch =
-        std::string(kEtchTable) +
-        " width_var_from_ws capacitive_only { widths { 0.05 0.3 } spacings { 0.3 2.0 }\n"
-        "   values { 0 0 0 0 } }\n"
-        " width_var_from_ws resistive_only { widths { 0.01 9 } spacings { 0.01 9 }\n"
-        "   values { 0 0 0 0 } }\n"
-        " width_var 0.01\n";
-    Layer c(metal(etch + polynomial("")));
-    ASSERT_NE(c->thickness_polynomial, nullptr);
-    EXPECT_EQ(c->width_bounds, (std::vector<double>{0.05, 0.5}));
-    EXPECT_EQ(c->spacing_bounds, (std::vector<double>{0.2, 2.0}));
-    const ThicknessPolynomialModel& p = *c->thickness_polynomial;
-    EXPECT_EQ(p.has_width_range + p.has_spacing_range, 2);
-    EXPECT_TRUE(
-        near({p.width_low, p.width_high, p.spacing_low, p.spacing_high}, {0.05, 0.5, 0.2, 2.0}));
-
-    // The ILD table widens the range where it reaches further.
-    Layer w(metal(std::string(kEtchTable) + polynomial("") +
-                  " ild_thickness_var_from_effective_ws { dielectric D widths { 0.02 0.4 }\n"
-                  "   spacings { 0.25 3 } thickness_changes { 0 0 0 0 } }\n"));
-    EXPECT_EQ(w->width_bounds, (std::vector<double>{0.02, 0.5}));
-    EXPECT_EQ(w->spacing_bounds, (std::vector<double>{0.2, 3.0}));
-
-    // The density boxes reach the polynomial model as well.
-    Layer boxes(metal(polynomial("") + " densitybox_weight_factor { (5 2) }\n"));
-    EXPECT_EQ(boxes->thickness_polynomial->boxes, (std::vector<std::pair<double, double>>{{5, 2}}));
-
-    // Without tables: the density bounds table gives the widths, and no warning.
-    const std::string bounds =
-        metal(polynomial("   density_bounds_vs_width { (0.1 0.2 0.8) (1.0 0.1 0.9) }\n"));
-    EXPECT_EQ(logOf(bounds), "");
-    Layer b(bounds);
-    EXPECT_EQ(b->width_bounds, (std::vector<double>{-1, -1}));
-    EXPECT_TRUE(near({b->thickness_polynomial->width_low, b->thickness_polynomial->width_high},
-                     {0.1, 1.0}));
-    EXPECT_EQ(b->thickness_polynomial->has_spacing_range, 0);
-}
-
 }  // namespace

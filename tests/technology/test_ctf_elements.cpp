@@ -91,41 +91,6 @@ public:
     Strings fields;
 };
 
-TEST(CtfForms, TableHeadBodyAndFieldWarning) {
-    RecordingTable table;
-    Reader r("tbl T1 { thickness 2 widths { 1 2 } } tbl { }");
-    r.ci.regKeyword("tbl", &table);
-    EXPECT_EQ(next<RecordingTable>(r), &table);
-    EXPECT_EQ(table.keyword + " " + table.name, "tbl T1");
-    EXPECT_EQ(table.fields, (Strings{"thickness=2.000000", "widths[2]"}));
-    EXPECT_EQ(r.ci.stream.current, 11u);
-    r.ci.processElem();
-    EXPECT_EQ(table.name, "");  // the name of the last use is gone
-
-    auto tableError = [&](const std::string& text, int named) {
-        Reader e(text);
-        table.has_name = named;
-        e.ci.regKeyword("tbl", &table);
-        return e.error();
-    };
-    const char* brace = "expecting table content beginning with LEFT BRACE";
-    EXPECT_EQ(tableError("tbl T1 {", 0), at("T1", 1, 4, brace));
-    EXPECT_EQ(tableError(" tbl", 1), at("tbl", 1, 1, brace));
-    EXPECT_EQ(tableError("tbl T1", 1), at("T1", 1, 4, brace));
-    EXPECT_EQ(tableError("tbl T1 T2 {", 1), at("T2", 1, 7, brace));
-    EXPECT_EQ(tableError("tbl T1 {\n thickness 2", 1),
-              at("2", 2, 11, "cannot find the end of the table"));
-    EXPECT_EQ(tableError("tbl T1 { device_type { a } }", 1),
-              at("device_type", 1, 9, "unknow field in the table"));
-    EXPECT_EQ(tableError("tbl T1 { foo }", 1), at("foo", 1, 9, "unknown keyword"));
-
-    Reader w("tbl {\n   is_gate }");
-    w.ci.regKeyword("tbl", &table);
-    testing::internal::CaptureStdout();
-    w.ci.processElem();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), unsupported("is_gate", 2, 3));
-}
-
 TEST(CtfInterpreterTest, DeepNestingIsAnErrorNotACrash) {
     std::string text;
     for (int i = 0; i < 100000; ++i) text += "crt_area { ";

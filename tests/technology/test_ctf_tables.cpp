@@ -113,42 +113,6 @@ TEST(CtfTables, PolynomialTable) {
     EXPECT_NEAR(out, 0.1, 1e-15);
 }
 
-TEST(CtfTables, SharedErrorTextsInEveryTable) {
-    const std::vector<std::string> width_spacing = {"thickness_var_from_ws",
-                                                    "side_tan_vs_si_width_and_spacing",
-                                                    "spacer_er_from_gate_ws",
-                                                    "rho_vs_width_and_spacing",
-                                                    "mask",
-                                                    "width_var_from_ws"};
-    std::vector<std::string> vector_tables = width_spacing;
-    vector_tables.insert(vector_tables.end(),
-                         {"width_var_from_wl", "width_var_from_contact_gate_s",
-                          "thickness_vs_density_and_width", "ild_thickness_var_from_effective_ws",
-                          "rho_vs_si_width_and_thickness", "ceff_vs_frq_and_spacing"});
-    std::vector<ErrorCase> cases;
-    auto each = [&](const std::vector<std::string>& tables, const std::string& body,
-                    const std::string& word, const char* message) {
-        for (const std::string& kw : tables)
-            cases.push_back(
-                {"\n " + kw + " {\n " + body + " }", word.empty() ? kw : word, 1, message});
-    };
-    std::vector<std::string> with_poly = vector_tables;
-    with_poly.push_back("thickness_var_from_polynomial");
-    each(with_poly, "", "", kMissing);
-    each(with_poly, "er_table { (a 1) }", "er_table", kUnknowClass);
-    std::vector<std::string> with_rates = vector_tables;
-    with_rates.insert(with_rates.end(), {"rpsq_vs_width_and_spacing", "rpv_vs_width_and_length"});
-    each(with_rates, "gate_pitch { 1 }", "gate_pitch", kUnknowField);
-    std::vector<std::string> with_wl = width_spacing;
-    with_wl.push_back("width_var_from_wl");
-    each(with_wl, "widths { }", "widths", kAtLeastOne);
-    with_wl.insert(with_wl.end(), {"thickness_vs_density_and_width", "rpv_vs_width_and_length"});
-    each(with_wl, "widths { 2 1 }", "widths", kAscending);
-    each({"width_var_from_contact_gate_s"}, "contact2contact_spacings { 2 1 }",
-         "contact2contact_spacings", kAscending);
-    expectErrors(cases);
-}
-
 TEST(CtfTables, WidthVariationErrors) {
     const std::string ev = "width_var_from_ws";
     const std::string one = " { widths { 1 } spacings { 1 } values { 1 } } ";

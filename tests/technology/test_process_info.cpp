@@ -88,41 +88,6 @@ TEST_F(ProcessInfoRead, EmptyFileThrowsAndMissingFileIsFatal) {
               "[FATAL] Can not open CTF file \"" + task.ctf_file + "\".\n");
 }
 
-TEST_F(ProcessInfoRead, TsvResetsTheHeightAndTheDefaultDropsTheBackSide) {
-    const std::string ctf =
-        std::string(
-            "dielectric D0 { thickness 1 er 4 }\n"
-            "conductor M1 { rho 0.02 thickness 0.5 }\n") +
-        kTsv +
-        "conductor BM1 { rho 0.02 thickness 0.5 bottom_diel_thickness 0.2 bottom_diel_er 3.0 }\n"
-        "dielectric BD { thickness 1 er 4 }\n";
-    // Standalone mode (the default) keeps the front side only.
-    ASSERT_EQ(read(ctf), 1) << logged;
-    EXPECT_TRUE(info.tsvs.empty());
-    ASSERT_EQ(info.conductors.size(), 1u);
-    EXPECT_EQ(info.conductors[0].name, "M1");
-    EXPECT_EQ(info.dielectrics.size(), 1u);
-
-    // Keeping everything: the back-side conductor stacks from 0 plus its bottom dielectric.
-    PARG::regArgument("TSV_LAYERSTACK_STANDALONE_MODE", "0");
-    ProcessInfo both;
-    ASSERT_EQ(read(ctf, both), 1) << logged;
-    ASSERT_EQ(both.conductors.size(), 2u);
-    EXPECT_EQ(both.conductors[1].side, 1);
-    EXPECT_DOUBLE_EQ(both.conductors[1].base, 0.2);
-    ASSERT_EQ(both.tsvs.size(), 1u);
-    EXPECT_DOUBLE_EQ(both.tsvs[0].front_base, 1.0);
-    EXPECT_DOUBLE_EQ(both.tsvs[0].back_base, 0.2);
-
-    // Switched off from the job: a warning says so.
-    PARG::regArgument("DISABLE_TSV_TECH", "1");
-    ProcessInfo off;
-    read(ctf, off);
-    EXPECT_NE(logged.find("[WARNING] TSV technique is disabled from command file, all tsv layers "
-                          "and backside layers will be dropped."),
-              std::string::npos);
-}
-
 TEST_F(ProcessInfoRead, ReducedStackFromAFileAndItsTwoStops) {
     MCTF::MiniCTF ctf;
     std::string path =
