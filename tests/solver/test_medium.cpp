@@ -16,12 +16,6 @@ namespace {
 
 constexpr double INF = 1e10;
 
-MediumLayer three_layers() {
-    MediumLayer l;
-    l.set_layers({{0.0, 3.9}, {1.0, 2.5}, {2.0, 1.0}});
-    return l;
-}
-
 using Box = std::tuple<double, double, double, double, double>;  // left, right, bottom, top, eps
 
 std::vector<Box> boxes_of(const std::vector<Medium*>& media) {
@@ -49,32 +43,6 @@ void capture(std::string_view line) {
 }
 
 }  // namespace
-
-TEST(SolverMedium, SearchLayerOverARange) {
-    const MediumLayer l = three_layers();
-    MultilayerResult out;
-    l.search_layer(0.5, 2.5, out);
-    EXPECT_EQ(out.heights, (std::vector<double>{0.0, 0.5, 1.5}));
-    EXPECT_EQ(out.eps, (std::vector<double>{3.9, 2.5, 1.0}));
-
-    // Starting on a boundary: the permittivity above it comes first.
-    l.search_layer(1.0, 2.5, out);
-    EXPECT_EQ(out.heights, (std::vector<double>{0.0, 1.0}));
-    EXPECT_EQ(out.eps, (std::vector<double>{2.5, 1.0}));
-    l.search_layer(1.0 - 5e-9, 1.8, out);
-    EXPECT_EQ(out.eps, (std::vector<double>{2.5}));
-
-    // A boundary at hi (within 1e-8) is not part of the range.
-    l.search_layer(0.2, 2.0 + 5e-9, out);
-    ASSERT_EQ(out.heights.size(), 2u);
-    EXPECT_DOUBLE_EQ(out.heights[1], 0.8);
-    EXPECT_EQ(out.eps, (std::vector<double>{3.9, 2.5}));
-
-    // Earlier content is replaced, not appended to.
-    l.search_layer(5.0, 6.0, out);
-    EXPECT_EQ(out.heights, (std::vector<double>{0.0}));
-    EXPECT_EQ(out.eps, (std::vector<double>{1.0}));
-}
 
 TEST(SolverMedium, MirrorContinuesStackAndMakesEightImages) {
     MediumManager mm;
@@ -141,30 +109,4 @@ TEST(SolverMedium, MergeAlternatesAxesAndStopsAtFirstIdlePass) {
     Debugger::set_sink(nullptr);
     free_media(block);
     free_media(stacked);
-}
-
-TEST(SolverMedium, MergeJoinsOnlyTouchingCompatibleNeighbours) {
-    // Row at y [0,1]: background | eps 3 | eps 5, then a gap, then eps 5; row at [1,2]: 3 | 4.
-    std::vector<Medium*> m = make_media({{4, 5, 0, 1, 5},
-                                         {1, 2, 0, 1, 3},
-                                         {0, 1, 0, 1, -1},
-                                         {2, 3, 0, 1, 5},
-                                         {0, 1, 1, 2, 3},
-                                         {1, 2, 1, 2, 4}});
-    EXPECT_TRUE(MediumManager::merge_medium(true, m));
-    // The background takes the 3 it joins, then 5 differs from 3: stays apart; the gap keeps the
-    // last 5 apart; different permittivities in the upper row stay apart.
-    EXPECT_EQ(
-        boxes_of(m),
-        (std::vector<Box>{
-            {0, 1, 1, 2, 3}, {0, 2, 0, 1, 3}, {1, 2, 1, 2, 4}, {2, 3, 0, 1, 5}, {4, 5, 0, 1, 5}}));
-    EXPECT_FALSE(MediumManager::merge_medium(true, m));
-    free_media(m);
-
-    // Along y, media touching within 1e-8 join; a different left/right keeps them apart.
-    std::vector<Medium*> col =
-        make_media({{0, 1, 1 + 5e-9, 2, 2}, {0, 1, 0, 1, 2}, {0, 1.5, 2, 3, 2}});
-    EXPECT_TRUE(MediumManager::merge_medium(false, col));
-    EXPECT_EQ(col.size(), 2u);
-    free_media(col);
 }

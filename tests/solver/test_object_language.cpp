@@ -50,22 +50,6 @@ constexpr int BEGIN_T = 306, BOX_T = 307, H_T = 316, PARA_T = 321, W_T = 332, WI
 
 }  // namespace
 
-TEST(ObjectLanguageCount, CountsOnlyFreeStandingShapeKeywords) {
-    // "c;boxx", "box;" and "(box)" are not keywords on their own; the one in a comment is.
-    const std::string path =
-        write_temp("count", "box a; poly b;\ncirc c;boxx box;  (box)\n// box\ncapa\tbox\n");
-    EXPECT_EQ(RW2D::count_num_of_objects(path), 5);
-    std::remove(path.c_str());
-}
-
-TEST(ObjectLanguageCountDeathTest, UnreadableFileEndsWithStatusZero) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(RW2D::count_num_of_objects("/nonexistent/objlang_in.txt"),
-                testing::ExitedWithCode(0), "Error, fail to open: /nonexistent/objlang_in.txt");
-    EXPECT_EXIT(RW2D::parse_objects("/nonexistent/objlang_in.txt"), testing::ExitedWithCode(0),
-                "Error, fail to open: /nonexistent/objlang_in.txt");
-}
-
 TEST(ObjectLanguageParse, EachStatementForm) {
     std::string out;
     const auto [count, obj] = parse_text(
@@ -110,17 +94,4 @@ TEST(ObjectLanguageParse, EachStatementForm) {
     EXPECT_DOUBLE_EQ(c.radius, 0.25);
     expect_point(c.points[0], 2, -3);
     for (int i = 1; i < 4; ++i) expect_point(c.points[i], 0, 0);
-}
-
-TEST(ObjectLanguageParse, ArithmeticPrecedenceAndConstants) {
-    parse_text(
-        "begin para p = 2 + 3 * 4; q = (2 + 3) * 4; s = 8 - 2 - 1; t = 16 / 4 / 2;"
-        " u = -2 * 3 + 10; v = p - -q; x = 1.5e1 / (1 + 2) * 2 end");
-    ASSERT_EQ(RW2D::constvarnum, 7);
-    const std::vector<std::string> names = {"p", "q", "s", "t", "u", "v", "x"};
-    const std::vector<double> values = {14, 20, 5, 2, 4, 34, 10};
-    for (int i = 0; i < 7; ++i) {
-        EXPECT_EQ(RW2D::constvarlist[i], names[i]);
-        EXPECT_DOUBLE_EQ(RW2D::constvaluelist[i], values[i]) << names[i];
-    }
 }

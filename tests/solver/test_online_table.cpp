@@ -41,33 +41,6 @@ TEST(OnlineTableKey, PackRoundsToNodesAndMergesEqualNeighbours) {
     EXPECT_EQ(online_table_manager::pack({0, 0.3, 30}, {1, 2, 3}, 24, 0.01), bytes({0, 67}));
 }
 
-TEST(OnlineTableLookup, GreenTableKeyIgnoresWhatLiesAboveTheBox) {
-    online_table_manager m;
-    // The same box, once in a stack with a higher layer above it (emax 4), once without.
-    const PDFGFT* a = m.get_GFT({0, 12, 30}, {1, 2, 4}, 24);
-    const PDFGFT* b = m.get_GFT({0, 12}, {1, 2}, 24);
-    EXPECT_EQ(a, b);
-    EXPECT_EQ(m.gft_tables.map.size(), 1u);
-    EXPECT_EQ(m.gft_tables.query_count, 2);
-    EXPECT_EQ(m.gft_tables.map.count(bytes({0, 50, 12, 100})), 1u);
-    // The table is that of the ratio 1:2 across node 12.
-    RW2D::gft_solver s;
-    s.solve_pack(RW2D::gft_solver::SOLVE_GFT, {12}, {0.5, 1.0});
-    for (int j = 0; j < 24; ++j) EXPECT_EQ(a->side_cdf[j], s.gft.side_cdf[j]);
-    EXPECT_GT(a->face_cdf[1] - a->face_cdf[0], a->face_cdf[0]);
-
-    // The weight key keeps emax of the whole stack: two keys.
-    double e1 = 0, e2 = 0;
-    // (A pointer is valid only until the next insertion: copy the first record.)
-    const PDFWVTx x1 = *m.get_WVTx({0, 12, 30}, {1, 2, 4}, 24, e1);
-    const PDFWVTx* x2 = m.get_WVTx({0, 12}, {1, 2}, 24, e2);
-    EXPECT_EQ(m.wvtx_tables.map.size(), 2u);
-    EXPECT_EQ(e1, 1.0);
-    EXPECT_EQ(e2, 1.0);
-    // Both keys hold the ratio 1:2, and only ratios enter the solve.
-    EXPECT_NEAR(x1.total_weight, x2->total_weight, 1e-9 * x2->total_weight);
-}
-
 class OnlineTableFiles : public testing::Test {
 protected:
     void SetUp() override {

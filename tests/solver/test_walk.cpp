@@ -137,19 +137,6 @@ TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
     EXPECT_EQ(hops, hops2);
 }
 
-TEST(SolverWalk, WithAbsorbingSidesOnlyConductorWalksAreKept) {
-    // A small grounded window close to the wires: many walks leave through its sides and are
-    // begun again, so every finished walk still ends on a conductor.
-    NetManager nets = make_nets({rect(-0.1, 0.2, 0.1, 0.4), rect(0.3, 0.2, 0.5, 0.4)},
-                                rect(-0.6, 0, 0.9, 0.8), false);
-    online_table_manager tables;
-    WalkManager w(&nets, quiet_config(), tables, 3);
-    for (int k = 0; k < 1000; ++k) {
-        w.walk();
-        ASSERT_NE(w.hit_net, nullptr);
-    }
-}
-
 TEST(SolverWalk, CompanionStartsMirroredThroughTheOriginWithTheOppositeWeight) {
     // Master [-0.05, 0.05] x [0.3, 0.5], plate 0.3 below: Gaussian rectangle
     // [-0.2, 0.2] x [0.15, 0.65]. A bottom start (x, 0.15) has its companion at (0, 0.3), on the

@@ -104,14 +104,6 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
     ASSERT_NE(c->ild_model, nullptr);
     EXPECT_EQ(c->ild_model->dielectric, "IMD1");
 
-    // The density boxes end up in the capacitive density model too.
-    const std::vector<std::pair<double, double>> boxes = {{10, 0.5}, {20, 0.5}};
-    EXPECT_EQ(c->density_box_weights, boxes);
-    EXPECT_EQ(c->cap_thickness_density->boxes, boxes);
-    EXPECT_EQ(c->gate_diff_names, std::vector<std::string>{"PO"});
-    ASSERT_EQ(c->gate_diff_caps.size(), 1u);
-    EXPECT_DOUBLE_EQ(c->gate_diff_caps[0]->values[0], 0.3);
-
     // rho from the table's first value; the table is kept for resistance extraction.
     EXPECT_DOUBLE_EQ(c->rho, 0.4);
     EXPECT_EQ(c->needs_res_modeling, 1);

@@ -94,35 +94,6 @@ TEST(CtfScanner, LineEndsAndPositions) {
     EXPECT_EQ(s.contexts, (std::vector<CtfContext>{{0, 2}, {0, 4}, {0, 9}}));
 }
 
-TEST(CtfScanner, FirstBadByteIsReportedAndScanningGoesOn) {
-    Scan s = scan("a\n b ; c\n @ d");
-    EXPECT_EQ(s.error, 1);
-    EXPECT_EQ(s.line, 1u);
-    EXPECT_EQ(s.pos, 3u);
-    EXPECT_EQ(s.tokens, (Strings{"a", "b", "c", "d"}));
-    // A bad byte counts one position.
-    EXPECT_EQ(s.contexts[2], (CtfContext{1, 5}));
-    EXPECT_EQ(s.contexts[3], (CtfContext{2, 3}));
-
-    for (const char* bad : {"\"", ";", ":", "=", "/", "*", "\x7f", "\x80", "\xff", "@", "\f"}) {
-        Scan one = scan(std::string("x ") + bad);
-        EXPECT_EQ(one.error, 1) << int(static_cast<unsigned char>(bad[0]));
-        EXPECT_EQ(one.pos, 2u);
-    }
-
-    // A NUL inside the file is a byte like any other, not the end.
-    Scan nul = scan(std::string("a\0b", 3));
-    EXPECT_EQ(nul.tokens, (Strings{"a", "b"}));
-    EXPECT_EQ(nul.error, 1);
-    EXPECT_EQ(nul.pos, 1u);
-
-    Scan empty = scan("");
-    EXPECT_TRUE(empty.tokens.empty());
-    EXPECT_TRUE(empty.contexts.empty());
-    EXPECT_TRUE(empty.comments.empty());
-    EXPECT_EQ(empty.error, 0);
-}
-
 TEST(CtfLexer, LexicalErrorTextCountsLinesFromOne) {
     CtfInterpreter ci;
     std::istringstream in("conductor M1 {\n  thickness 0.2 ; er 3\n} @");

@@ -120,9 +120,6 @@ TEST(CtfTables, WidthVariationErrors) {
     const std::string cg = "width_var_from_contact_gate_s";
     const std::string sub =
         " { contact2contact_spacings { 1 } gate2contact_spacings { 1 } values { 1 } } ";
-    const char* head =
-        "expecting mask id pair beginning with LEFT PARENTHESIS or table content beginning with "
-        "LEFT BRACE";
     const char* pair = "expecting tuple with two non-negative integers";
     expectErrors({
         {"thickness_var_from_ws { widths { 1 } thickness 0.1 }", "thickness", 1, kUnknowClass},
@@ -134,7 +131,6 @@ TEST(CtfTables, WidthVariationErrors) {
         {"rho_vs_width_and_spacing { widths { 1 } spacings { 1 2 } values { 0.5 0 } }",
          "rho_vs_width_and_spacing", 1, "rho values must be larger than zero"},
         {"mask ( 1 -2 )" + one, "(", 1, pair},
-        {"mask ( 1 2 ) x" + one, "x", 1, head},
 
         {ev + " { nmask 1.9 }", "nmask", 1, "number of masks can not be smaller than 2"},
         {ev + " { nmask 2 mask (1 1)" + one + "mask (2 2) (1 1)" + one + "}", "mask", 2,
@@ -149,16 +145,11 @@ TEST(CtfTables, WidthVariationErrors) {
         {wl + " { widths { 1 2 } lengths { 1 } values { (1 2) } }", wl, 1,
          "dimensions of widths and lengths vectors do not match with the values vector"},
 
-        {cg + " { num_tables 0.5 }", "num_tables", 1,
-         "invalid sub table number of the width_var_from_contact_gate_s table"},
-        {cg + " { num_tables 1 t1 { widths { 1 } } }", "widths", 1,
-         "unknown field in the sub table"},
         {cg + " { num_tables 1 t1 { contact2contact_spacings { 1 2 } "
               "gate2contact_spacings { 1 } values { 1 } } }",
          "t1", 1,
          "dimensions of contact2contact_spacings and gate2contact_spacings vectors do not match "
          "with the values vector"},
-        {cg + " { num_tables 1 t1 { values { 1 } } }", "t1", 1, kMissing},
         {cg + " { num_tables 2 t1" + sub + "}", cg, 1,
          "number of sub tables do not match with num_tables field"},
         {cg + " { num_tables 1 t1" + sub, "}", 4,
@@ -184,8 +175,6 @@ TEST(CtfTables, ThicknessAndResistanceErrors) {
     const std::string poly = "thickness_var_from_polynomial";
     const std::string orders = " density_polynomial_orders { 0 } width_polynomial_orders { 0 1 } ";
     expectErrors({
-        {d + " { (0.2 -0.1) (0.6) }", "(", 2,
-         "expecting 2 elements (density and thickness change) in each tuple"},
         {d + " { (0.2 -1.0) (0.6 1.5) }", "(", 2,
          "invalid thickness change values(must be in the range from -1.0 to 1.0)"},
         {b + " { (0.1 0) (0.1 0.1) }", "(", 2,
@@ -194,11 +183,7 @@ TEST(CtfTables, ThicknessAndResistanceErrors) {
          "invalid thickness change values(must be in the range from -0.5 to 0.5)"},
         {box + " { (1 1) (2 1) (3 1) (4 1) (5 1) (6 1) }", "(", 6,
          "at most 5 density boxes are allowed"},
-        {box + " { (10 1) (500.5 1) }", "(", 2,
-         "invalid density box sizes (must be in the range from 0.0 to 500.0)"},
-        {rs + " { (1 10) (1 20) }", "(", 2, "width values must be in ascending order"},
         {rs + " { (1 10) (2 0) }", "(", 2, "rpsq values must be larger than zero"},
-        {ra + " { (1 2) (0 2) }", "(", 2, "invalid area value"},
         {ra + " { (2 1) (1 2) (2 3) }", "(", 3, "area values can not be duplicated"},
 
         {"thickness_vs_density_and_width { widths { 1 2 } densities { 0 } values { 1 } }",
@@ -212,25 +197,19 @@ TEST(CtfTables, ThicknessAndResistanceErrors) {
         {"rho_vs_si_width_and_thickness { width { 1 } thickness { 1 2 } values { 1 } }",
          "rho_vs_si_width_and_thickness", 1,
          "dimensions of width and thickness vectors do not match with the values vector"},
-        {rpsq + " { values { 1 } }", rpsq, 1,
-         "must specify one of the spacings and widths field at least"},
         {rpsq + " { widths { 1 } }", rpsq, 1, "missing rpsq value fields"},
         {rpsq + " { widths { 1 2 } values { 1 } }", rpsq, 1,
          "dimensions of width vectors do not match with the values vector"},
         {rpsq + " { widths { 1 } spacings { 1 2 } values { 1 } }", rpsq, 1,
          "dimensions of widths and spacings vectors do not match with the values vector"},
-        {rpv + " { widths { 1 } lengths { 1 } }", rpv, 1, "missing rpv value fields"},
         {rpv + " { widths { 1 } lengths { 1 2 } values { 1 } }", rpv, 1,
          "dimensions of widths and lengths vectors do not match with the values vector"},
         {"ceff_vs_frq_and_spacing { frq { 1 2 } spacings { 5 } values { 0.1 } }",
          "ceff_vs_frq_and_spacing", 1,
          "dimensions of frq and spacings vectors do not match with the values vector"},
 
-        {poly + " { thickness_bounds { 1 } }", "thickness_bounds", 1,
-         "must have 2 thickness values"},
         {poly + " { thickness_bounds { 1 1 } }", "thickness_bounds", 1,
          "lower boundary value must be smaller than upper boundary value"},
-        {poly + " { width_ranges { 2 1 } }", "width_ranges", 1, "elements must in ascending order"},
         {poly + " { density_bounds_vs_width { (2 0.1 0.5) (1 0.1 0.5) } }", "(", 2,
          "width series in the tuples must be in ascending order"},
         {poly + " {" + orders + "width_ranges { 1 } polynomial_coefficients { 1 2 } }", poly, 1,

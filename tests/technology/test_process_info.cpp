@@ -77,17 +77,6 @@ TEST_F(ProcessInfoRead, RunningHeightStacksDielectricsNotConductors) {
     EXPECT_DOUBLE_EQ(v0.thickness, 1.0);
 }
 
-TEST_F(ProcessInfoRead, EmptyFileThrowsAndMissingFileIsFatal) {
-    EXPECT_THROW(read("# nothing but a comment\n"), Ctf_Error);
-    testing::internal::GetCapturedStdout();
-    Task task;
-    task.ctf_file = (dir / "missing.ctf").string();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(info.parseCtfwithInterpreter(task), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "[FATAL] Can not open CTF file \"" + task.ctf_file + "\".\n");
-}
-
 TEST_F(ProcessInfoRead, ReducedStackFromAFileAndItsTwoStops) {
     MCTF::MiniCTF ctf;
     std::string path =

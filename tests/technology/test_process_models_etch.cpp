@@ -101,21 +101,4 @@ TEST(EtchModel, PolynomialLookupAlongSpacing) {
     }
 }
 
-TEST(EtchModelSet, SumsTheMembersThatSucceed) {
-    EtchModelSet set;
-    expectEval(set, {{1, 1, 0}});
-    set.pushEtchModel(new EtchModel(0.1));
-    set.pushEtchModel(new EtchModel(asymmetricTable()));
-    auto* broken = new EtchModel(asymmetricTable());
-    broken->values.resize(2);
-    set.pushEtchModel(broken);
-    set.pushEtchModel(nullptr);
-    expectEval(set, {{1, 20, 2.1}});
-
-    std::unique_ptr<EtchModel> copy(set.clone());
-    set.reset();
-    EXPECT_TRUE(set.models.empty());
-    expectEval(*copy, {{2, 30, 30.1}});
-}
-
 }  // namespace

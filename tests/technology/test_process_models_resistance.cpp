@@ -28,26 +28,6 @@ TEST(ReciprocalInterpolation, HandComputedValuesAndFailures) {
     EXPECT_EQ(reciprocalInterpolation(1.0, 2.0, 1.0, 10.0, 3.0, 0), -1.0);
 }
 
-TEST(RPSQWidthSpacingModel, OneAxisTables) {
-    RPSQWidthSpacingModel w;
-    w.widths = {1.0, 3.0};
-    w.values = {2.0, 6.0};
-    EXPECT_NEAR(w.getRPSQ(2.0, 123.0), 4.0, 1e-12);  // on 1/w
-    EXPECT_DOUBLE_EQ(w.getRPSQ(0.5, 0.0), 2.0);
-    EXPECT_DOUBLE_EQ(w.getRPSQ(10.0, 0.0), 6.0);
-
-    RPSQWidthSpacingModel s;
-    s.spacings = {1.0, 3.0};
-    s.values = {2.0, 6.0};
-    EXPECT_NEAR(s.getRPSQ(123.0, 2.0), 3.0, 1e-12);  // on s
-    EXPECT_DOUBLE_EQ(s.getRPSQ(0.0, 0.1), 2.0);
-    EXPECT_DOUBLE_EQ(s.getRPSQ(0.0, 9.0), 6.0);
-
-    EXPECT_EQ(RPSQWidthSpacingModel().getRPSQ(1.0, 1.0), -1.0);
-    s.values.push_back(1.0);
-    EXPECT_EQ(s.getRPSQ(1.0, 1.0), -1.0);
-}
-
 TEST(RPSQWidthSpacingModel, TwoAxesSpacingFirstThenWidth) {
     // Row w=1: 2 6; row w=3: 4 12.
     RPSQWidthSpacingModel m;
@@ -85,31 +65,6 @@ TEST(PRVWidthLength, BilinearInsideAndAreaScaledOutside) {
     EXPECT_DOUBLE_EQ(m.getRPV(0.5, 1.0), 16.0);  // 8 * 1 / 0.5
     m.values.pop_back();
     EXPECT_EQ(m.getRPV(1.0, 1.0), -1.0);
-}
-
-TEST(ViaRPVAreaModel, ConductanceInterpolationAndEnds) {
-    ViaRPVAreaModel m;
-    EXPECT_EQ(m.getResist(1.0), 0.0);
-    m.pairs = {{1.0, 10.0}, {3.0, 2.0}};
-    // 1 / (((3 - 2) / 10 + (2 - 1) / 2) / 2) = 1 / 0.3
-    EXPECT_NEAR(m.getResist(2.0), 10.0 / 3.0, 1e-12);
-    EXPECT_TRUE(near({m.getResist(1.0), m.getResist(3.0), m.getResist(0.5), m.getResist(6.0)},
-                     {10, 2, 10, 2}));
-    // Not by area: outside the table the resistance scales with the area.
-    m.by_area = 0;
-    EXPECT_TRUE(near({m.getResist(0.5), m.getResist(6.0)}, {20, 1}));
-    EXPECT_NEAR(m.getResist(2.0), 10.0 / 3.0, 1e-12);
-
-    ViaRPVAreaModel one;
-    one.pairs = {{2.0, 5.0}};
-    EXPECT_TRUE(near({one.getResist(1.0), one.getResist(2.0), one.getResist(4.0)}, {5, 5, 5}));
-    one.by_area = 0;
-    EXPECT_TRUE(near({one.getResist(1.0), one.getResist(4.0)}, {10, 2.5}));
-    std::unique_ptr<ViaRPVAreaModel> c(one.clone());
-    one.reset();
-    EXPECT_EQ(one.by_area, 1);
-    EXPECT_EQ(one.getResist(4.0), 0.0);
-    EXPECT_DOUBLE_EQ(c->getResist(4.0), 2.5);
 }
 
 namespace {

@@ -27,25 +27,6 @@ public:
 
 }  // namespace
 
-TEST(ThicknessDensityModel, SumsWeightedWindowDensities) {
-    ThicknessDensityModel m;
-    m.boxes = {{1.0, 0.25}, {2.0, 0.75}};
-    m.setDensityTable({{0.2, -0.1}, {0.6, 0.1}});
-    m.setDBU(0.001);
-    FixedDensity map;
-    map.by_box = {{1000, 0.3}, {2000, 0.5}};
-    // d = 0.25 * 0.3 + 0.75 * 0.5 = 0.45; factor = 1 - 0.1 + (0.25 / 0.4) * 0.2.
-    EXPECT_DOUBLE_EQ(m.getThickness(123, -45, map), 1.025);
-    ASSERT_EQ(map.calls.size(), 2u);
-    EXPECT_EQ(map.calls[0], std::make_tuple(123, -45, 1000));
-    EXPECT_EQ(map.calls[1], std::make_tuple(123, -45, 2000));
-
-    std::unique_ptr<ThicknessDensityModel> c(m.clone());
-    m.reset();
-    EXPECT_TRUE(m.table.empty());
-    EXPECT_DOUBLE_EQ(c->getThickness(0, 0, map), 1.025);
-}
-
 TEST(ThicknessDensityWidthModel, DensityIsTheFirstAxis) {
     ThicknessDensityWidthModel m;
     m.table.widths = {0.0, 1.0};    // densities
