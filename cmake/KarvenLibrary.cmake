@@ -35,5 +35,5 @@ function(karven_test folder)
   gtest_discover_tests(${target}
     WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${folder}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS unit)
+    PROPERTIES LABELS unit TIMEOUT 300)  # a walk that never ends fails, not hangs
 endfunction()

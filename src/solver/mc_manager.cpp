@@ -236,9 +236,9 @@ void MCManager::walk_worker(NetManager* nets, const Config& config,
         seed_base = seed_base == 0 ? 1u : seed_base * 3u;
         seed = seed_base;
     }
-    auto* walker =
-        new WalkManager(nets, config, tables[omp_get_thread_num()], static_cast<int>(seed));
-    auto* rec = new Recorder(config.mc, nets);
+    const auto walker = std::make_unique<WalkManager>(nets, config, tables[omp_get_thread_num()],
+                                                      static_cast<int>(seed));
+    const auto rec = std::make_unique<Recorder>(config.mc, nets);
     const WireNet* master = nets->master;
     for (;;) {
         for (std::uint32_t b = 0; b < batch; ++b) {
@@ -260,10 +260,8 @@ void MCManager::walk_worker(NetManager* nets, const Config& config,
         if (done) break;
     }
 #pragma omp critical
-    { global->merge(rec); }
-    delete rec;
+    { global->merge(rec.get()); }
     if (walker->dump_tables) walker->tables.dump(nets->media.layer.hash_value(), walker->data_dir);
-    delete walker;
 }
 
 std::vector<double> MCManager::estimate(
@@ -289,8 +287,9 @@ std::vector<double> MCManager::estimate(
     }
     if (kept.empty()) return result;
 
-    auto* nets = new NetManager(kept, layers, dielectrics, window, config.space, config.approx);
-    auto* global = new Recorder(config.mc, nets);
+    const auto nets = std::make_unique<NetManager>(kept, layers, dielectrics, window, config.space,
+                                                   config.approx);
+    const auto global = std::make_unique<Recorder>(config.mc, nets.get());
 
     const double t0 = omp_get_wtime();
     omp_set_dynamic(0);
@@ -304,7 +303,7 @@ std::vector<double> MCManager::estimate(
         if (global->scale > 0) {
             KARVEN::FailureRelay relay;
 #pragma omp parallel
-            relay.run([&] { walk_worker(nets, config, tables, global, seed_base); });
+            relay.run([&] { walk_worker(nets.get(), config, tables, global.get(), seed_base); });
             relay.rethrow();
         }
         // The private stores feed the process-wide ones once the solve is done.
@@ -325,8 +324,6 @@ std::vector<double> MCManager::estimate(
         result[index[k]] = value;
         result[index[k] + N] = var;
     }
-    delete nets;
-    delete global;
     return result;
 }
 
@@ -349,8 +346,8 @@ std::string MCManager::estimate(std::string path, std::vector<online_table_manag
                                 const Config& config) {
     threads = config.mc.threads;
     precision = config.mc.precision;
-    auto* nets = new NetManager(path, config.space, config.approx);
-    auto* global = new Recorder(config.mc, nets);
+    const auto nets = std::make_unique<NetManager>(path, config.space, config.approx);
+    const auto global = std::make_unique<Recorder>(config.mc, nets.get());
     const double t0 = omp_get_wtime();
     omp_set_dynamic(0);
     omp_set_num_threads(static_cast<int>(threads));
@@ -360,7 +357,7 @@ std::string MCManager::estimate(std::string path, std::vector<online_table_manag
     if (global->scale > 0) {
         KARVEN::FailureRelay relay;
 #pragma omp parallel
-        relay.run([&] { walk_worker(nets, config, tables, global, seed_base); });
+        relay.run([&] { walk_worker(nets.get(), config, tables, global.get(), seed_base); });
         relay.rethrow();
     }
     const double elapsed = omp_get_wtime() - t0;
@@ -368,16 +365,9 @@ std::string MCManager::estimate(std::string path, std::vector<online_table_manag
     Debugger::log("total walk: ", global->total_walks());
     Debugger::log("avg hop: ", fixed(global->hops_per_walk()));
     global->seconds = elapsed;
-    const Reporter reporter{config.output_path,
-                            config.report_full,
-                            config.report_values,
-                            config.report_named,
-                            global,
-                            nets};
-    std::string text = reporter.to_string();
-    delete nets;
-    delete global;
-    return text;
+    const Reporter reporter{config.output_path,  config.report_full, config.report_values,
+                            config.report_named, global.get(),       nets.get()};
+    return reporter.to_string();
 }
 
 void MCManager::estimate(const Config& config) {

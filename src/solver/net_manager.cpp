@@ -133,7 +133,6 @@ NetManager::NetManager(const std::vector<Rectangle>& wires,
 NetManager::~NetManager() {
     for (WireNet* n : nets) delete n;
     for (auto& pc : pieces) delete pc.second;
-    delete sampler;
     delete wire_window;
     delete neighbor_window;
     delete window;
@@ -224,10 +223,9 @@ void NetManager::finish_nets() {
 
     const Rectangle& g = *master->gauss;
     const double w = g.width(), h = g.height(), P = 2 * (w + h);
-    delete sampler;
-    sampler = new GaussSampler();
+    sampler = std::make_unique<GaussSampler>();
     sampler->count = 4;
-    sampler->cdf = new double[4]{0.0, w / P, 2 * w / P, 2 * w / P + h / P};
+    sampler->cdf = {0.0, w / P, 2 * w / P, 2 * w / P + h / P};
 
     win_ = {window->left, window->right, window->bottom, window->top};
     if (outer_window)
@@ -383,21 +381,22 @@ inline bool start_from_last(const WireNet* last, const Vector2D& p, WireNet*& hi
 
 }  // namespace
 
-int NetManager::neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* last,
-                         bool /*first*/) const {
+NeighborResult NetManager::neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* last,
+                                    bool /*first*/) const {
     r = max_radius;
     hit = nullptr;
     switch (space.neighbor_mode) {
         case NEIGHBOR_BOX:
-            if (last && start_from_last(last, p, hit, r)) return 2;
-            if (scan_all(p, hit, r)) return 2;
+            if (last && start_from_last(last, p, hit, r)) return NeighborResult::Absorbed;
+            if (scan_all(p, hit, r) == NeighborResult::Absorbed) return NeighborResult::Absorbed;
             break;
         case NEIGHBOR_GRID:
-            if (last && start_from_last(last, p, hit, r)) return 2;
-            if (scan_grid(p, hit, r)) return 2;
+            if (last && start_from_last(last, p, hit, r)) return NeighborResult::Absorbed;
+            if (scan_grid(p, hit, r) == NeighborResult::Absorbed) return NeighborResult::Absorbed;
             break;
         case NEIGHBOR_SCAN:
-            if (classify_all(p, hit, r)) return 2;
+            if (classify_all(p, hit, r) == NeighborResult::Absorbed)
+                return NeighborResult::Absorbed;
             break;
         default:
             Debugger::raise_error("not implemented");
@@ -405,7 +404,7 @@ int NetManager::neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* l
     return boundary_step(p, hit, r);
 }
 
-int NetManager::scan_all(const Vector2D& p, WireNet*& hit, double& r) const {
+NeighborResult NetManager::scan_all(const Vector2D& p, WireNet*& hit, double& r) const {
     if (all_rectangles_) {
         // Rectangles only: a branch-free running minimum (first net wins ties), then, only when p
         // touches something, the first touching net in order, which is where a scan that stops at
@@ -423,22 +422,22 @@ int NetManager::scan_all(const Vector2D& p, WireNet*& hit, double& r) const {
         if (best >= GEO_EPS) {
             r = best;
             hit = best_net;
-            return 0;
+            return NeighborResult::Free;
         }
         for (std::size_t i = 0; i < n; ++i) {
             if (chebyshev(b[i], p) < GEO_EPS) {
                 hit = b[i].net;
                 r = 0.0;
-                return 2;
+                return NeighborResult::Absorbed;
             }
         }
     }
     for (const NetBox& b : boxes_)
-        if (consider(b, p, hit, r)) return 2;
-    return 0;
+        if (consider(b, p, hit, r)) return NeighborResult::Absorbed;
+    return NeighborResult::Free;
 }
 
-int NetManager::classify_all(const Vector2D& p, WireNet*& hit, double& r) const {
+NeighborResult NetManager::classify_all(const Vector2D& p, WireNet*& hit, double& r) const {
     for (const NetBox& b : boxes_) {
         double d;
         int side;
@@ -453,23 +452,23 @@ int NetManager::classify_all(const Vector2D& p, WireNet*& hit, double& r) const 
         if (side == SIDE_BOUNDARY) {
             hit = b.net;
             r = 0.0;
-            return 2;
+            return NeighborResult::Absorbed;
         }
         if (r > d) {
             r = d;
             hit = b.net;
         }
     }
-    return 0;
+    return NeighborResult::Free;
 }
 
-int NetManager::scan_grid(const Vector2D& p, WireNet*& hit, double& r) const {
+NeighborResult NetManager::scan_grid(const Vector2D& p, WireNet*& hit, double& r) const {
     if (!grid_ready_) return scan_all(p, hit, r);  // no grid built: same answer, slower
     if (chebyshev(nw_, p) > 0) {
         // Outside the grid every net lies within the wire window.
         r = chebyshev(ww_, p);
         hit = nullptr;
-        return 0;
+        return NeighborResult::Free;
     }
     const double bx = space.block_x, by = space.block_y;
     const int nx = grid_nx, ny = grid_ny;
@@ -494,22 +493,22 @@ int NetManager::scan_grid(const Vector2D& p, WireNet*& hit, double& r) const {
     for (int j = j0; j <= j1; ++j) {
         const int row = j * nx;
         for (int k = start[row + i0], e = start[row + i1 + 1]; k < e; ++k)
-            if (consider(boxes[items[k]], p, hit, r)) return 2;
+            if (consider(boxes[items[k]], p, hit, r)) return NeighborResult::Absorbed;
     }
-    return 0;
+    return NeighborResult::Free;
 }
 
-int NetManager::boundary_step(const Vector2D& p, WireNet*& hit, double& r) const {
+NeighborResult NetManager::boundary_step(const Vector2D& p, WireNet*& hit, double& r) const {
     const double c = boundary == 0 ? -chebyshev(win_, p) : -OUTER_GUARD - chebyshev(outer_, p);
     if (r > c) {
         r = c;
         hit = nullptr;
         if (c < GEO_EPS) {
             r = 0.0;
-            return 2;
+            return NeighborResult::Absorbed;
         }
     }
-    return 0;
+    return NeighborResult::Free;
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,18 +42,17 @@ struct WireNet {
 
 // Four-point cumulative table over the sides of the Gaussian rectangle.
 struct GaussSampler {
-    double* cdf = nullptr;
+    std::array<double, 4> cdf{};
     int count = 0;
-
-    GaussSampler() = default;
-    GaussSampler(const GaussSampler&) = delete;
-    GaussSampler& operator=(const GaussSampler&) = delete;
-    ~GaussSampler() { delete[] cdf; }
 };
+
+// Answer of the nearest-conductor query: a conductor-free square was found around the point, or
+// the point is absorbed (by a conductor, or by the absorbing or guard boundary).
+enum class NeighborResult : int { Free = 0, Absorbed = 2 };
 
 class NetManager {
 public:
-    GaussSampler* sampler = nullptr;
+    std::unique_ptr<GaussSampler> sampler;
     std::int32_t grid_nx = 0, grid_ny = 0;
     Rectangle* wire_window = nullptr;         // bounding box of all nets (grid mode)
     Rectangle* neighbor_window = nullptr;     // region covered by the grid (grid mode)
@@ -85,13 +85,14 @@ public:
     // Builds the search grid when neighbor_mode is NEIGHBOR_GRID (bounding data in any mode).
     void preprocess();
 
-    // Nearest conductor or boundary of p. Returns 2 when p touches a conductor (hit set) or the
-    // absorbing/guard boundary (hit null), with r = 0; otherwise 0 with r the half side of a
+    // Nearest conductor or boundary of p. Returns Absorbed when p touches a conductor (hit set) or
+    // the absorbing/guard boundary (hit null), with r = 0; otherwise Free with r the half side of a
     // conductor-free square around p and hit the nearest net if a net was nearer than the boundary.
     // last, if given, is tried first. first has no effect. Raises "Point inside some net." (scan
     // mode) and "not implemented" (unknown mode). Allocates nothing; no virtual call for
     // rectangles.
-    int neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* last, bool first) const;
+    NeighborResult neighbor(const Vector2D& p, WireNet*& hit, double& r, WireNet* last,
+                            bool first) const;
 
     // Start point on the Gaussian surface; defined with the walk engine.
     WalkPoint sample(NormDir& dir, RandGen* rng) const;
@@ -143,10 +144,10 @@ private:
     bool grid_ready_ = false;
     bool all_rectangles_ = true;
 
-    int scan_all(const Vector2D& p, WireNet*& hit, double& r) const;
-    int scan_grid(const Vector2D& p, WireNet*& hit, double& r) const;
-    int classify_all(const Vector2D& p, WireNet*& hit, double& r) const;
-    int boundary_step(const Vector2D& p, WireNet*& hit, double& r) const;
+    NeighborResult scan_all(const Vector2D& p, WireNet*& hit, double& r) const;
+    NeighborResult scan_grid(const Vector2D& p, WireNet*& hit, double& r) const;
+    NeighborResult classify_all(const Vector2D& p, WireNet*& hit, double& r) const;
+    NeighborResult boundary_step(const Vector2D& p, WireNet*& hit, double& r) const;
     void build_grid_index();
 };
 

@@ -18,7 +18,7 @@ double neumann_reflect(double lo, double x, double hi) {
 
 WalkPoint NetManager::sample(NormDir& dir, RandGen* rng) const {
     const Rectangle& g = *master->gauss;
-    const double* cdf = sampler->cdf;
+    const double* cdf = sampler->cdf.data();
     const int n = sampler->count;
     const double w = g.width(), h = g.height();
     const Rectangle& win = *window;
@@ -59,6 +59,7 @@ WalkPoint NetManager::sample(NormDir& dir, RandGen* rng) const {
 WalkManager::WalkManager(NetManager* n, const Config& config, online_table_manager& t, int seed)
     : tables(t),
       nets(n),
+      rng(static_cast<std::uint32_t>(seed)),
       dump_tables(config.dump_tables),
       data_dir(config.data_dir),
       media_(&n->media),
@@ -68,7 +69,6 @@ WalkManager::WalkManager(NetManager* n, const Config& config, online_table_manag
       win_bottom_(n->window->bottom),
       win_top_(n->window->top) {
     if (config.load_tables) tables.load(n->media.layer.hash_value(), config.data_dir);
-    rng = new RandGen(static_cast<std::uint32_t>(seed));
     for (std::uint32_t k = 0; k < TABLE_SIZE; ++k) {
         const double a = 2 * std::numbers::pi * k / TABLE_SIZE;
         cos_table[k] = std::cos(a);
@@ -76,12 +76,8 @@ WalkManager::WalkManager(NetManager* n, const Config& config, online_table_manag
     }
 }
 
-WalkManager::~WalkManager() {
-    delete rng;
-}
-
 void WalkManager::step(double r) {
-    fitter.fit(*media_, position, r, hop_type == HOP_WVT, rng);
+    fitter.fit(*media_, position, r, hop_type == HOP_WVT, &rng);
     switch (hop_type) {
         case HOP_WVT:
             hop_type = HOP_GFT;
@@ -97,7 +93,7 @@ void WalkManager::step(double r) {
 
 void WalkManager::walk() {
     for (;;) {
-        start = nets->sample(norm_dir, rng);
+        start = nets->sample(norm_dir, &rng);
         hops = 1;
         hit_net = nullptr;
         hop_type = HOP_WVT;
@@ -107,9 +103,10 @@ void WalkManager::walk() {
             fold();
             WireNet* hit = nullptr;
             double r = 0.0;
-            const int ret = nets->neighbor(position, hit, r, last_net, hop_type == HOP_WVT);
+            const NeighborResult ret =
+                nets->neighbor(position, hit, r, last_net, hop_type == HOP_WVT);
             if (hit) last_net = hit;
-            if (ret == 2) {
+            if (ret == NeighborResult::Absorbed) {
                 if (hit) {
                     hit_net = hit;
                     return;
@@ -150,9 +147,9 @@ bool WalkManager::hop() {
     fold();
     WireNet* hit = nullptr;
     double r = 0.0;
-    const int ret = nets->neighbor(position, hit, r, last_net, hop_type == HOP_WVT);
+    const NeighborResult ret = nets->neighbor(position, hit, r, last_net, hop_type == HOP_WVT);
     if (hit) last_net = hit;
-    if (ret == 2) {
+    if (ret == NeighborResult::Absorbed) {
         hit_net = hit;
         return false;
     }
@@ -164,12 +161,12 @@ bool WalkManager::hop() {
 void WalkManager::transfer_online_table_gft(double r) {
     double ux, uy;
     if (fitter.direction == 0) {
-        const std::array<double, 2> s = oct_sampling(tables.get_single_gft(), fitter.eps, rng);
+        const std::array<double, 2> s = oct_sampling(tables.get_single_gft(), fitter.eps, &rng);
         ux = s[0];
         uy = s[1];
     } else {
         const PDFGFT* table = tables.get_GFT(fitter.heights, fitter.eps, 2 * r);
-        const std::array<double, 2> s = online_sampling(table, rng);
+        const std::array<double, 2> s = online_sampling(table, &rng);
         if (fitter.direction == 2) {  // table stacked along y, medium along x
             ux = s[1];
             uy = -s[0];
@@ -183,38 +180,37 @@ void WalkManager::transfer_online_table_gft(double r) {
 }
 
 void WalkManager::transfer_online_table_wvt(double r) {
-    // Table direction: which derivative the weight table must give, in the table's own frame.
-    std::uint32_t d;
-    if (fitter.direction == 1) {
-        d = norm_dir;
-    } else if (fitter.direction == 2) {
+    // The start side in the table's own frame: which derivative the weight table must give.
+    NormDir d = norm_dir;
+    if (fitter.direction == 2) {
+        // Stacked along x: the table frame is turned a quarter, its height axis along world x.
         switch (norm_dir) {
             case NORM_X_POS:
-                d = 3;
+                d = NORM_Y_POS;
                 break;
             case NORM_X_NEG:
-                d = 4;
+                d = NORM_Y_NEG;
                 break;
             case NORM_Y_POS:
-                d = 2;
+                d = NORM_X_NEG;
                 break;
             case NORM_Y_NEG:
-                d = 1;
+                d = NORM_X_POS;
                 break;
             default:
-                d = 2;
+                d = NORM_X_NEG;
         }
-    } else {
+    } else if (fitter.direction != 1) {
         Debugger::raise_error("WVT cannot be OCT");
     }
     double e = 1.0;
     std::array<double, 3> s;
-    if (d == 3 || d == 4)
-        s = online_sampling(tables.get_WVTz(fitter.heights, fitter.eps, 2 * r, e), rng);
+    if (d == NORM_Y_POS || d == NORM_Y_NEG)
+        s = online_sampling(tables.get_WVTz(fitter.heights, fitter.eps, 2 * r, e), &rng);
     else
-        s = online_sampling(tables.get_WVTx(fitter.heights, fitter.eps, 2 * r, e), rng);
+        s = online_sampling(tables.get_WVTx(fitter.heights, fitter.eps, 2 * r, e), &rng);
     double w = s[0];
-    if (d == 2 || d == 4) w = -w;
+    if (d == NORM_X_NEG || d == NORM_Y_NEG) w = -w;
     weight = (w / r) * e * weight;
     if (fitter.direction == 2) {
         position.x += r * s[2];

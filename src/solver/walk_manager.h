@@ -42,8 +42,8 @@ public:
     online_table_manager& tables;
     online_table_fitter fitter;
     NetManager* nets;
+    RandGen rng;                  // this walker's own draws
     WireNet* last_net = nullptr;  // nearest net of the last query that found one; kept across walks
-    RandGen* rng = nullptr;       // owned
     double weight = 0.0;
     const WireNet* hit_net = nullptr;  // absorbing net; null when a companion left the structure
     std::uint32_t hops = 0;
@@ -64,7 +64,6 @@ public:
     WalkManager(NetManager* nets, const Config& config, online_table_manager& tables, int seed);
     WalkManager(const WalkManager&) = delete;
     WalkManager& operator=(const WalkManager&) = delete;
-    ~WalkManager();
 
     // One complete walk; afterwards weight, hit_net (never null) and hops hold its result. Walks
     // that reach the outer boundary are silently begun again. Fatal errors go to raise_error.

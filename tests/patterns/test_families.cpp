@@ -120,11 +120,6 @@ const std::vector<FamilyCase> kCases = {
       {8, 10, "M2"}}},
 };
 
-void expectGrid(const std::vector<double>& got, const std::vector<double>& want) {
-    ASSERT_EQ(got.size(), want.size());
-    for (size_t i = 0; i < want.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << "entry " << i;
-}
-
 }  // namespace
 
 TEST_F(FamilyStack, EachFamilyDrawsItsTemplateForOneTuple) {
@@ -163,70 +158,4 @@ TEST_F(FamilyStack, EachFamilyDrawsItsTemplateForOneTuple) {
         EXPECT_EQ(slots, (std::vector<std::string>{"overlap", "other_left", "closer_plane", "left",
                                                    "further_plane"}));
     }
-}
-
-TEST_F(FamilyStack, OverlapEdgeCases) {
-    const auto& L = layersOf.at(KARVEN::GenericStructure::AnyTriple);
-    // PAAG13B: an overlap of -1.5 w1 starts the other wire at x = 0, under the master's right half.
-    auto p13 = KARVEN::PatternFactory::create("PAAG13B")->actualStructure(L, {1, -1.5, 4, 8});
-    EXPECT_DOUBLE_EQ(p13.conductors[1][0], 0.0);
-    EXPECT_DOUBLE_EQ(p13.conductors[1][2], 1.5);
-
-    // PAAG31B reads its overlap from slot 0, which its order feeds from the single-valued wt
-    // {w1}: every point of its sweep has the same overlap wire.
-    auto f = KARVEN::PatternFactory::create("PAAG31B");
-    KARVEN::ParameterSet set = f->getParameterSet(L);
-    ASSERT_EQ(set[1].size(), 1u);
-    ASSERT_EQ(set[3], (std::vector<double>{1.0}));
-    EXPECT_EQ(set[2].size(), 8u);
-    for (size_t j = 0; j < KARVEN::sweepSize(set); ++j) {
-        auto p = f->actualStructure(L, KARVEN::sweepPoint(set, f->param_order, j));
-        EXPECT_DOUBLE_EQ(p.conductors[1][0], -1.5 - 1.0);
-    }
-}
-
-TEST_F(FamilyStack, P1WidthGridEnds) {
-    MCTF::MiniCTF s;
-    ptest::fillStack(s, {{"A", 1, 1, 1.0, 1}, {"B", 3, 1, 1.2, 1}, {"C", 5, 1, 0.1, 1}}, 7);
-    auto f = KARVEN::PatternFactory::create("P1AAG");
-    auto tail = [&](const MCTF::ConductorLayer* l) {
-        auto g = f->getParameterSet({s.substrate_ref, l})[2];
-        EXPECT_EQ(g.size(), 10u);
-        return std::vector<double>(g.end() - 3, g.end());
-    };
-    expectGrid(tail(s.conductors[0]), {8, 9, 39});
-    expectGrid(tail(s.conductors[1]), {9.6, 10.8, 40.8});
-    expectGrid(tail(s.conductors[2]), {0.8, 10, 40});
-}
-
-TEST_F(FamilyStack, GridsFollowTheirLayers) {
-    // PAAG33T on P, M1 (w 1, s 3), M2 (w 2, s 1).
-    auto set = KARVEN::PatternFactory::create("PAAG33T")->getParameterSet(
-        layersOf.at(KARVEN::GenericStructure::PlatePair));
-    expectGrid(set[0], {1, 2, 13.0 / 3, 8, 8.43, 13});     // T6 of M2
-    expectGrid(set[1], {3, 6, 10.35, 13, 24, 39});         // S6 of M1
-    expectGrid(set[2], {-3.754, -3, -2, -1, 0, 1, 4, 9});  // O8(w2, w1)
-    expectGrid(set[3], {2, 2.86, 4, 10});                  // Q4 of M2
-
-    auto k = KARVEN::PatternFactory::create("PAAG11B")->getParameterSet(
-        layersOf.at(KARVEN::GenericStructure::AnyTriple))[3];  // K(w1, w2)
-    expectGrid(k, {-1.5, 0, 2 / 8.1, 8 / 8.1, 18 / 8.1, 32 / 8.1, 50 / 8.1, 72 / 8.1, 98 / 8.1,
-                   128 / 8.1, 20});
-
-    auto aag = KARVEN::PatternFactory::create("AAG")->getParameterSet(
-        layersOf.at(KARVEN::GenericStructure::AnyPair));
-    expectGrid(aag[0], {10});
-    expectGrid(aag[1], {1, 1.5, 3, 5.5, 9, 13.5});
-    expectGrid(aag[2], {3, 4.2, 6, 9, 12, 18, 39, 66, 99});
-    expectGrid(aag[3], {1, 2, 5});
-
-    auto p3 = KARVEN::PatternFactory::create("P3AAG")->getParameterSet(
-        layersOf.at(KARVEN::GenericStructure::AnyPair))[0];
-    expectGrid(p3, {7, 10, 13, 16, 19, 22, 25, 64});
-
-    auto n6 = KARVEN::PatternFactory::create("PAAG12")->getParameterSet(
-        layersOf.at(KARVEN::GenericStructure::PlatePair));
-    expectGrid(n6[1], {-1.5, 0, 3, 10, 21, 36});  // N6 of M1
-    expectGrid(n6[2], {1, 2, 5, 10, 17, 26});     // W6 of M1
-    expectGrid(n6[3], {2, 4, 10, 20, 34});        // W5 of M2
 }

@@ -63,18 +63,6 @@ TEST(PatternModel, CoatsGrowOutwardLayerByLayerAndFlattenInKeyOrder) {
     expectRect(flat[3].second, {2.99, 0.2, 3.21, 0.37});
 }
 
-TEST(PatternFactory, FindsRandomAndIsCaseSensitive) {
-    auto names = KARVEN::PatternFactory::names();
-    EXPECT_NE(std::find(names.begin(), names.end(), "Random"), names.end());
-    EXPECT_EQ(KARVEN::PatternFactory::create("Random")->window, 100.0);
-    try {
-        KARVEN::PatternFactory::create("random");
-        FAIL() << "lookup must be case-sensitive";
-    } catch (const std::runtime_error& e) {
-        EXPECT_EQ(std::string(e.what()), "Unknown type: random");
-    }
-}
-
 TEST(NonOverlapLayers, EarlierLayerWinsOverlapsAndSharedBoundaries) {
     MCTF::MiniCTF ctf;
     ptest::fillStack(ctf, {{"M1", 0.2, 0.1},
@@ -106,65 +94,4 @@ TEST(Combinations, EachTypeInLoopOrder) {
     ptest::fillStack(one, {{"M1", 0.2, 0.1}});
     EXPECT_TRUE(combos(one, G::PlatePair).empty());
     EXPECT_EQ(combos(one, G::AnyPair), V{"substrate M1"});
-}
-
-TEST(Combinations, LayersOverlapOnlyStrictlyAboveTheNextBottom) {
-    MCTF::MiniCTF ctf;  // heights exact in binary, so touching is exact
-    ptest::fillStack(ctf, {{"A", 0.25, 0.25},
-                           {"B", 0.5, 0.25},      // touches A
-                           {"C", 0.625, 0.25},    // overlaps B
-                           {"A2", 0.25, 0.25}});  // same heights as A
-    StubFamily f("S", G::AnyPair);
-    const auto& c = ctf.conductors;
-    EXPECT_FALSE(f.layerOverlap({c[0]}));
-    EXPECT_FALSE(f.layerOverlap({c[0], c[1]}));
-    EXPECT_TRUE(f.layerOverlap({c[1], c[2]}));
-    EXPECT_TRUE(f.layerOverlap({c[0], c[3]}));
-    EXPECT_TRUE(f.layerOverlap({ctf.substrate_ref, c[0], c[2], c[1]}));
-}
-
-TEST(CapLib, TakesFourArraysFromTheLayerKeyOrFallsBackOrRaisesTheLibraryErrors) {
-    MCTF::MiniCTF ctf;
-    ptest::fillStack(ctf, {{"M1", 0.2, 0.1}, {"M2", 0.5, 0.1}, {"M3", 0.8, 0.1}});
-    const KARVEN::ParameterSet own{{{1.0}, {2.0}, {3.0}, {4.0}}};
-    StubFamily f("S", G::PlatePair, {}, own);
-    KARVEN::Layers layers{ctf.substrate_ref, ctf.conductors[0], ctf.conductors[2]};
-    auto lib = f.prepareCapLib(layers,
-                               KARVEN::json::parse(R"({"0 1 3": [[0.1, 0.2], [1], [2, 3], [4]]})"));
-    EXPECT_EQ(lib.params[0], (std::vector<double>{0.1, 0.2}));
-    EXPECT_EQ(lib.params[2], (std::vector<double>{2, 3}));
-    EXPECT_TRUE(lib.values.empty());
-    for (const char* ignored :
-         {R"({"0 1 3": [[1], [2], [3]]})", R"({"0 1 3": [1, 2, 3, 4]})",
-          R"({"1 3": [[9], [9], [9], [9]]})", R"([[9], [9], [9], [9]])", "null"}) {
-        EXPECT_EQ(f.prepareCapLib(layers, KARVEN::json::parse(ignored)).params, own) << ignored;
-    }
-    // Wrong JSON types reach the user worded as the JSON library words them.
-    for (auto [text, id, words] :
-         {std::tuple{R"({"0 1 3": {"a":1,"b":2,"c":3,"d":4}})", 305,
-                     "cannot use operator[] with a numeric argument with object"},
-          std::tuple{R"({"0 1 3": [[1], 2, [3], [4]]})", 302,
-                     "type must be array, but is number"}}) {
-        try {
-            f.prepareCapLib(layers, KARVEN::json::parse(text));
-            ADD_FAILURE() << text;
-        } catch (const KARVEN::json::type_error& e) {
-            EXPECT_EQ(e.id, id);
-            EXPECT_NE(std::string(e.what()).find(words), std::string::npos) << e.what();
-        }
-    }
-}
-
-TEST(SweepPoints, LastOrderedVectorVariesFastest) {
-    KARVEN::ParameterSet p{{{1, 2}, {10, 20, 30}, {100}, {1000, 2000}}};
-    EXPECT_EQ(KARVEN::sweepSize(p), 12u);
-    using P = std::array<double, 4>;
-    std::array<int, 4> natural{0, 1, 2, 3};
-    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 1), (P{1, 10, 100, 2000}));
-    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 2), (P{1, 20, 100, 1000}));
-    EXPECT_EQ(KARVEN::sweepPoint(p, natural, 11), (P{2, 30, 100, 2000}));
-    // Slot k reads vector order[k]: here slot 3 reads vector 0, which now varies fastest.
-    std::array<int, 4> reversed{3, 2, 1, 0};
-    EXPECT_EQ(KARVEN::sweepPoint(p, reversed, 1), (P{1000, 100, 10, 2}));
-    EXPECT_EQ(KARVEN::sweepPoint(p, reversed, 6), (P{2000, 100, 10, 1}));
 }

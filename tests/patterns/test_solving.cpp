@@ -73,38 +73,6 @@ std::pair<bool, std::string> constrain(Matrix& c, double tol, const Matrix* var 
 
 }  // namespace
 
-TEST_F(Solving, DomainLayersCoatsAndSettingsReachTheSolver) {
-    StubFamily f("ROLES", KARVEN::GenericStructure::AnyPair, {"a", "b", "c"});
-    f.window = 30.0;
-    KARVEN::solveRoles(f, pattern, ctf, {1, 0.002, true, 17}, returning(std::vector<double>(8)));
-    // Window 30 wide around x = 0, from the substrate top to 100 above the stack's top (1.5).
-    EXPECT_EQ(window, (KARVEN::Rect{-15.0, 0.0, 15.0, 101.5}));
-    ASSERT_EQ(layers.size(), 3u);
-    EXPECT_EQ(layers[1], (Layer{1.0, 3.0}));
-    EXPECT_TRUE(coats.empty());
-    EXPECT_EQ(wires, pattern.conductors);
-    EXPECT_EQ(precision, 0.002);
-    EXPECT_EQ(seed, 17);
-
-    KARVEN::solveRoles(f, pattern, ctf, {1, 0.002, false, 17}, returning(std::vector<double>(8)));
-    ASSERT_EQ(coats.size(), 4u);
-    const KARVEN::Rect want{2.99, 0.2, 3.51, 0.31};
-    for (int k = 0; k < 4; ++k) EXPECT_NEAR(coats[3].second[k], want[k], 1e-12);
-}
-
-TEST_F(Solving, RolesDropTheMasterAndFoldTheLastValueIntoThePreferredPlane) {
-    auto solve = returning({9, -1, -2, -3, 0.1, 0.2, 0.3, 0.4});
-    auto roles = [&](std::vector<std::string> r) {
-        StubFamily f("ROLES", KARVEN::GenericStructure::AnyPair, std::move(r));
-        return KARVEN::solveRoles(f, pattern, ctf, {}, solve);
-    };
-    using V = std::vector<double>;
-    EXPECT_EQ(roles({"l", "bottom", "r"}), (V{-1, -2 + 0.4, -3}));
-    EXPECT_EQ(roles({"closer_plane", "further_plane"}), (V{-1, -2 + 0.4}));
-    EXPECT_EQ(roles({"closer_plane", "x"}), (V{-1 + 0.4, -2}));
-    EXPECT_EQ(roles({"l", "r"}), (V{-1, -2}));
-}
-
 TEST_F(Solving, FullMatrixPutsEachRowInPatternOrder) {
     // Symmetric with zero row sums: the constraint changes nothing, so any mix-up of rows or
     // columns by the master swaps shows.
@@ -124,19 +92,6 @@ TEST_F(Solving, FullMatrixPutsEachRowInPatternOrder) {
         30.0, pattern, ctf, {1, 0.5, true, 1},
         knowing(original, {{3, -1}, {-2, 3}}, {{1, 1e-9}, {1, 1}}, false, true));
     EXPECT_EQ(r.second, (std::vector<double>{1.5, -1.5, -1.5, 1.5}));
-}
-
-TEST(ConstrainMatrix, OneByOneAndAllZeroRows) {
-    Matrix c{{2.0}};
-    EXPECT_EQ(constrain(c, 0.005),
-              std::make_pair(false, std::string("[WARN]: row sums for 0/0 are too large: OLD: 2 "
-                                                "vs 2 (100%), NEW: 2 vs 2 (100%)\n")));
-    EXPECT_EQ(c[0][0], 0.0);
-    Matrix d{{2.0}};
-    EXPECT_TRUE(constrain(d, 0.5).first);
-    Matrix zero{{0.0, 0.0}, {0.0, 0.0}};
-    EXPECT_EQ(constrain(zero, 0.005), std::make_pair(true, std::string()));
-    EXPECT_EQ(zero, (Matrix{{0.0, 0.0}, {0.0, 0.0}}));
 }
 
 TEST(ConstrainMatrix, VariancesWeighTheMeanAndAZeroOneZeroesBothCouplings) {

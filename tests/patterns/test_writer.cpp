@@ -47,49 +47,6 @@ TEST_F(Writer, LibraryWithSkippedAndFullCombination) {
     EXPECT_EQ(readFile(out), readFile("golden/library_skipped_and_full.txt"));
 }
 
-TEST_F(Writer, FamiliesAagAndAbgListAxesBackwards) {
-    LibFamily f("AAG", {"lateral"});
-    std::vector<std::pair<KARVEN::Layers, KARVEN::CapLib>> libs{
-        {{ctf.conductors[0], ctf.conductors[1]}, full}};
-    f.writeCapLibs(out.string(), libs);
-    EXPECT_EQ(readFile(out), readFile("golden/library_reversed_axes.txt"));
-
-    LibFamily p1("P1AAG", {"lateral"});  // only the exact names take part
-    p1.writeCapLibs(out.string(), libs);
-    EXPECT_NE(readFile(out).find("$ st\nSSS 1.000000e-01"), std::string::npos);
-    EXPECT_EQ(readFile(out).find("$ wt\nSSS 2.000000e+00\n\n$ wb"), std::string::npos);
-}
-
-TEST_F(Writer, SkipLinesAndUnopenableLibrary) {
-    LibFamily f("FAM");
-    EXPECT_EQ(f.writeSkip("bottom"), "");
-    f.skips = {{"bottom", {"a", "b"}}};
-    EXPECT_EQ(f.writeSkip("bottom"),
-              "$ skipping a\nSSS -1.000000e+00\n$ skipping b\nSSS -1.000000e+00\n");
-
-    std::string bad = (fs::path(testing::TempDir()) / "no/such/dir/lib.txt").string();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(f.writeCapLibs(bad, {}), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Error: Unable to open file " + bad + " for writing.\n");
-}
-
-TEST(FormatFloats, EightDecimalsHalvesAwayFromZeroIntegersUntouched) {
-    KARVEN::json v = KARVEN::json::parse(
-        R"({"a": [0.12345678949, -0.000000001, 0.000000005, -0.000000005], "b": {"c": 2.5e-9},
-            "n": 3, "s": "0.123456789"})");
-    KARVEN::format_floats(v);
-    EXPECT_EQ(v["a"][0].get<double>(), 0.12345679);
-    EXPECT_EQ(v["a"][1].get<double>(), 0.0);
-    EXPECT_TRUE(std::signbit(v["a"][1].get<double>()));
-    EXPECT_EQ(v["a"][2].get<double>(), 1e-8);   // 0.5 of the grid rounds up
-    EXPECT_EQ(v["a"][3].get<double>(), -1e-8);  // and away from zero when negative
-    EXPECT_EQ(v["b"]["c"].get<double>(), 0.0);
-    EXPECT_TRUE(v["n"].is_number_integer());
-    EXPECT_EQ(v["s"], "0.123456789");
-    EXPECT_EQ(v["a"].dump(), "[0.12345679,-0.0,1e-08,-1e-08]");
-}
-
 TEST(SampleFile, OneCompactObjectPerLineWithCentresAndSizes) {
     fs::path out =
         fs::path(testing::TempDir()) / ("samples_" + std::to_string(getpid()) + ".jsonl");

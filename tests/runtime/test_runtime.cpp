@@ -1,6 +1,7 @@
 // Run services: the progress bar's two output forms, the logger's levels and targets, the
 // argument table's typed reads.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -145,7 +146,7 @@ TEST_F(PlogTest, NegativeLevelShowsEverythingAndFilesGetTimeStamps) {
     PLOG& p = PLOG::log(0);
     EXPECT_EQ(p.enableStdLogging(-4, 0), 0);
     EXPECT_EQ(p.std_level, 0);
-    std::string path = testing::TempDir() + "plog_test.log";
+    const std::string path = testing::TempDir() + "plog_test_" + std::to_string(getpid()) + ".log";
     p.addLoggingFile(path, 0);
     EXPECT_EQ(p.enableFileLogging(1, 1), 0);
     testing::internal::CaptureStdout();

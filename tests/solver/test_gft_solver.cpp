@@ -142,31 +142,6 @@ TEST(GftSolverHomogeneous, WeightsMatchTheDerivativeKernels) {
     }
 }
 
-TEST(GftSolverSideFaces, DifferenceSchemeMatchesTheSquareWhereNoContrastIs) {
-    // An interface between equal permittivities must change nothing physical: the modes across
-    // z are exact, the side faces come from the 24-cell difference scheme.
-    gft_solver single, g;
-    single.solve_single();
-    g.solve_pack(gft_solver::SOLVE_GFT, {6}, {1.0, 1.0});
-    g.find_GFT();  // raw values
-    for (int j = 0; j < 12; ++j) {
-        EXPECT_NEAR(g.gft.upper_cdf[j], g.gft.lower_cdf[j], 1e-14);
-        EXPECT_NEAR(g.gft.upper_cdf[j], exact_probability(j), 1e-3 * exact_probability(j));
-    }
-    // Interior cells: second-order scheme, within 2.5e-3 relative. The corner cell's stencil,
-    // with the face half a cell away, spans a control volume of 3/4 cell, so it holds 3/4 of its
-    // panel. The two cells at the interface node split their pair's share unevenly, but the pair
-    // holds it.
-    for (int j = 1; j < 23; ++j) {
-        if (j == 5 || j == 6) continue;
-        EXPECT_NEAR(g.gft.side_cdf[j], exact_probability(j), 2.5e-3 * exact_probability(j)) << j;
-    }
-    EXPECT_NEAR(g.gft.side_cdf[0], 0.75 * exact_probability(0), 1e-2 * exact_probability(0));
-    EXPECT_NEAR(g.gft.side_cdf[23], 0.75 * exact_probability(23), 1e-2 * exact_probability(23));
-    const double pair = exact_probability(5) + exact_probability(6);
-    EXPECT_NEAR(g.gft.side_cdf[5] + g.gft.side_cdf[6], pair, 2.5e-3 * pair);
-}
-
 TEST(GftSolverLayered, ContrastDrawsTheWalkerIntoTheHigherPermittivity) {
     gft_solver up, down;
     up.solve_pack(gft_solver::SOLVE_GFT, {12}, {1.0, 10.0});
@@ -184,22 +159,6 @@ TEST(GftSolverLayered, ContrastDrawsTheWalkerIntoTheHigherPermittivity) {
         EXPECT_NEAR(upper_p(down.gft, j), lower_p(t, j), 1e-9);
     }
     for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(down.gft, j), side_p(t, 23 - j), 1e-9) << j;
-}
-
-TEST(GftSolverLayered, SymmetricStackGivesMirroredBlocks) {
-    gft_solver g;
-    g.solve_pack(gft_solver::SOLVE_GFT, {6, 18}, {1.0, 4.0, 1.0});
-    for (int j = 0; j < 12; ++j) EXPECT_NEAR(g.gft.lower_cdf[j], g.gft.upper_cdf[j], 1e-13);
-    EXPECT_NEAR(g.gft.face_cdf[0], 0.5 * g.gft.face_cdf[1], 1e-12);
-    for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(g.gft, j), side_p(g.gft, 23 - j), 1e-9) << j;
-
-    g.solve_pack(gft_solver::SOLVE_WVTZ, {6, 18}, {1.0, 4.0, 1.0});
-    g.find_WVTz();  // raw signed weights
-    for (int j = 0; j < 12; ++j) {
-        EXPECT_GT(g.wvtz.upper_cdf[j], 0);
-        EXPECT_NEAR(g.wvtz.lower_cdf[j], -g.wvtz.upper_cdf[j], 1e-12);
-    }
-    for (int j = 0; j < 24; ++j) EXPECT_NEAR(g.wvtz.side_cdf[j], -g.wvtz.side_cdf[23 - j], 1e-9);
 }
 
 // Exact statements for any layered box, each to the discretisation's accuracy (about 1e-3):
@@ -258,59 +217,5 @@ INSTANTIATE_TEST_SUITE_P(
                     Stack{{11, 12}, {1.0, 4.0, 2.0}},  // adjacent nodes through the centre
                     Stack{{12, 13}, {1.0, 9.0, 3.0}}, Stack{{5, 9, 15}, {2.0, 7.0, 1.0, 4.0}},
                     Stack{{3}, {1.0, 50.0}}));
-
-TEST(GftSolverStack, AlignmentKeepsTheFirstOfEqualNodesAndTheLayerAboveTheLast) {
-    gft_solver g;
-    // size 24: one cell per unit. 0.2 -> node 0 (out), 5.4 and 5.45 -> node 5 (the first kept),
-    // 12.0 -> 12, 30 -> out. The top eps is the one above the last height in range (index 2).
-    g.interface_aligned({0.2, 5.4, 5.45, 12.0, 30.0}, {1, 2, 3, 4, 5, 6}, 24.0);
-    EXPECT_EQ(g.interfaces, (std::vector<int>{5, 12}));
-    EXPECT_EQ(g.eps, (std::vector<double>{2, 4, 5}));
-    EXPECT_EQ(g.n_interfaces, 2);
-    ASSERT_EQ(g.node_to_interface.size(), 25u);
-    EXPECT_EQ(g.node_to_interface[5], 0);
-    EXPECT_EQ(g.node_to_interface[12], 1);
-    EXPECT_EQ(std::count(g.node_to_interface.begin(), g.node_to_interface.end(), -1), 23);
-
-    // A box of side 48: 11.0 rounds to node 6 (5.5 rounds away from zero).
-    gft_solver a, b;
-    a.solve(gft_solver::SOLVE_GFT, {11.0}, {1.0, 3.0}, 48.0);
-    b.solve_pack(gft_solver::SOLVE_GFT, {6}, {1.0, 3.0});
-    for (int j = 0; j < 24; ++j) EXPECT_EQ(a.gft.side_cdf[j], b.gft.side_cdf[j]);
-}
-
-TEST(GftSolverStack, SolveOfAStackWithoutInterfaceNormalisesTwice) {
-    gft_solver g;
-    g.solve(gft_solver::SOLVE_GFT, {30.0}, {1.0, 2.0}, 24.0);
-    EXPECT_EQ(g.n_interfaces, 0);
-    EXPECT_EQ(g.eps, std::vector<double>{1.0});
-    // After the second pass each block is the running sum of a rising cdf divided by its total,
-    // and the face shares weigh the sums of the cumulative values of the single solve.
-    gft_solver h;
-    h.solve_single();
-    double sl = 0, su = 0, ss = 0;
-    for (int j = 0; j < 12; ++j) sl += h.gft.lower_cdf[j], su += h.gft.upper_cdf[j];
-    for (int j = 0; j < 24; ++j) ss += h.gft.side_cdf[j];
-    EXPECT_NEAR(g.gft.face_cdf[0], sl / (sl + su + ss), 1e-12);
-    EXPECT_NEAR(g.gft.lower_cdf[0], h.gft.lower_cdf[0] / sl, 1e-12);
-    EXPECT_NEAR(g.gft.side_cdf[23], 1.0, 1e-12);
-    // The records not named keep the single pass.
-    EXPECT_EQ(g.wvtz.face_cdf[1], h.wvtz.face_cdf[1]);
-}
-
-TEST(GftSolverStack, DumpPackAppendsTheNineBlocksThenTheTwoTotals) {
-    gft_solver g;
-    g.solve_single();
-    std::vector<double> out{-7.0};
-    g.dump_pack(out);
-    // Per record lower (12), upper (12), side (24): GFT, WVTz, WVTx; after them the total weights.
-    ASSERT_EQ(out.size(), 1u + 3 * 48 + 2);
-    EXPECT_EQ(out[0], -7.0);
-    EXPECT_EQ(
-        std::vector<double>({out[1], out[13], out[25], out[49], out[144], out[145], out[146]}),
-        std::vector<double>({g.gft.lower_cdf[0], g.gft.upper_cdf[0], g.gft.side_cdf[0],
-                             g.wvtz.lower_cdf[0], g.wvtx.side_cdf[23], g.wvtz.total_weight,
-                             g.wvtx.total_weight}));
-}
 
 }  // namespace

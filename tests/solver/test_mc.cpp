@@ -90,45 +90,6 @@ TEST(SolverRecorder, PlainAndStratifiedMomentsByHand) {
     EXPECT_EQ(empty.estimated_sigma(o), 1.0);
 }
 
-TEST(SolverRecorder, MergeAddsCountsAndSumsIncludingNewKeys) {
-    NetManager nets = two_nets(rect(-10, -10, 10, 10));
-    Recorder a(plain(), &nets), b(plain(), &nets);
-    a.record(1.0, nets.nets[0], 2);
-    b.record(3.0, nets.nets[0], 4);
-    b.record(-1.0, nullptr, 1);  // a companion that left the structure
-    a.merge(&b);
-    EXPECT_EQ(a.walks[0], 3u);
-    EXPECT_EQ(a.hops[0], 7u);
-    EXPECT_DOUBLE_EQ(a.sum[0].at(nets.nets[0]), 4.0);
-    EXPECT_DOUBLE_EQ(a.sum_sq[0].at(nets.nets[0]), 10.0);
-    EXPECT_DOUBLE_EQ(a.sum[0].at(nullptr), -1.0);
-}
-
-TEST(SolverRecorder, ReportsInTheirFourForms) {
-    NetManager nets = two_nets(rect(-10, -10, 10, 10));
-    Recorder r(plain(), &nets);
-    // Master mean -1 (E = -8), other mean 0.5 (E = 4), 2 walks of 3 hops. Both relative sigmas
-    // are sqrt(0.5): (E(w^2) - m^2) / 2 is 0.5 and 0.125 against means -1 and 0.5.
-    r.record(-2.0, nets.nets[0], 3);
-    r.record(1.0, nets.nets[1], 3);
-    r.seconds = 1.5;
-    MCManager::Reporter rep{"s", false, false, false, &r, &nets};
-    EXPECT_EQ(rep.to_string(), "          0          1\nnet0: 0.0708335fF 0.0354168fF \n");
-    rep.report_full = true;
-    EXPECT_EQ(rep.to_string(),
-              "master conductor: 0\n\n"
-              "Capacitance between 0 and 0: 7.0833503e-17 F (+/- 70.711%)\n"
-              "Capacitance between 0 and 1: 3.5416751e-17 F (+/- 70.711%)\n\n"
-              "total walk number: 2 (3.000 hop per walk); total time cost: 1.500 s\n");
-    rep.report_values = true;
-    EXPECT_EQ(rep.to_string(), "7.0833503e-17\n");
-    rep.report_named = true;
-    testing::internal::CaptureStdout();
-    const std::string named = rep.to_string();
-    EXPECT_EQ(named, "0 : 0.070833503\n1 : -0.035416751\n");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), named);
-}
-
 TEST(SolverEntry, ParallelPlatesMatchTheirClosedForms) {
     // A plate spanning the window 1.0 above the ground: C = eps0 eps W / d, exact in 2-D with
     // reflecting sides. Layered: two slabs in series, d1/eps1 + d2/eps2 = 0.5/2 + 0.5/5.
@@ -145,33 +106,6 @@ TEST(SolverEntry, ParallelPlatesMatchTheirClosedForms) {
     const double exact2 = kEps0 * 10 / (0.5 / 2.0 + 0.5 / 5.0);
     EXPECT_NEAR(c2[0], exact2, 0.01 * exact2 + 3 * std::sqrt(c2[2]));
     EXPECT_NEAR(c2[1], -exact2, 0.01 * exact2 + 3 * std::sqrt(c2[3]));
-}
-
-TEST(SolverEntry, DegenerateWiresAreSkippedAndResultsKeepInputPositions) {
-    const std::array<double, 4> a = {-0.05, 0.3, 0.05, 0.5}, b = {0.15, 0.3, 0.25, 0.5},
-                                plate = {-10, -0.1, 10, 0.0};
-    const std::array<double, 4> flat = {1, 2, 3, 2}, thin = {4, 1, 4, 2};
-    const std::array<double, 4> window = {-10, 0, 10, 10};
-    const Layers layers = {{0, 3.9}};
-    const auto ref = RW2D_API::extract_capacitance({a, b, plate}, layers, {}, window, 0.03, 7);
-    const auto got =
-        RW2D_API::extract_capacitance({flat, a, b, thin, plate}, layers, {}, window, 0.03, 7);
-    ASSERT_EQ(ref.size(), 6u);
-    ASSERT_EQ(got.size(), 10u);
-    const int map[5] = {-1, 0, 1, -1, 2};
-    for (int i = 0; i < 5; ++i) {
-        if (map[i] < 0) {
-            EXPECT_EQ(got[i], 0.0);
-            EXPECT_EQ(got[i + 5], 0.0);
-        } else {
-            EXPECT_EQ(got[i], ref[map[i]]) << i;
-            EXPECT_EQ(got[i + 5], ref[map[i] + 3]) << i;
-        }
-    }
-    EXPECT_GT(got[1], 0.0);  // a, the first survivor, is the master
-    EXPECT_LT(got[2], 0.0);
-    // The external-solver route is not in this build: no values.
-    EXPECT_TRUE(RW2D_API::extract_capacitance({a, b, plate}, layers, {}, window, 0.0, 7).empty());
 }
 
 namespace {
@@ -219,27 +153,6 @@ TEST(SolverEntry, ConcurrentCallsGiveTheAnswersOfSequentialCalls) {
     Call other = cs[0];
     other.seed += 100;
     EXPECT_NE(run(other), serial[0]);
-}
-
-TEST(SolverEntry, CallsFromPlainThreadsGiveTheAnswersOfSequentialCalls) {
-    // The same property with threads whose synchronisation a race detector can see (the OpenMP
-    // runtime's own barriers are invisible to it).
-    const std::vector<Call> cs = calls();
-    std::vector<std::vector<double>> serial(cs.size()), threaded(cs.size());
-    for (std::size_t i = 0; i < cs.size(); ++i) serial[i] = run(cs[i]);
-    // The serial solves fed the process-wide stores; frozen, they are read by every call below
-    // without a lock, and a table read there must be the table a call would have computed.
-    online_table_database<PDFGFT>::instance().frozen = true;
-    online_table_database<PDFWVTz>::instance().frozen = true;
-    online_table_database<PDFWVTx>::instance().frozen = true;
-    ASSERT_GT(online_table_database<PDFWVTx>::instance().map.size(), 0u);
-    std::vector<std::thread> pool;
-    for (std::size_t t = 0; t < 3; ++t)
-        pool.emplace_back([&, t] {
-            for (std::size_t i = t; i < cs.size(); i += 3) threaded[i] = run(cs[i]);
-        });
-    for (std::thread& th : pool) th.join();
-    for (std::size_t i = 0; i < cs.size(); ++i) EXPECT_EQ(serial[i], threaded[i]) << "call " << i;
 }
 
 TEST(SolverEntry, TwoWalkerThreadsAgreeWithOneWithinErrorBars) {

@@ -16,12 +16,6 @@ namespace {
 
 constexpr double INF = 1e10;
 
-MediumLayer three_layers() {
-    MediumLayer l;
-    l.set_layers({{0.0, 3.9}, {1.0, 2.5}, {2.0, 1.0}});
-    return l;
-}
-
 using Box = std::tuple<double, double, double, double, double>;  // left, right, bottom, top, eps
 
 std::vector<Box> boxes_of(const std::vector<Medium*>& media) {
@@ -49,103 +43,6 @@ void capture(std::string_view line) {
 }
 
 }  // namespace
-
-TEST(SolverMedium, GuardsSurroundTheStackWithoutItsFirstBottom) {
-    const MediumLayer l = three_layers();
-    const std::vector<double> z = {-INF, -INF, -INF, -INF, -INF, 1.0, 2.0, INF, INF, INF, INF, INF};
-    const std::vector<double> e = {3.9, 3.9, 3.9, 3.9, 3.9, 2.5, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
-    EXPECT_EQ(l.z, z);
-    EXPECT_EQ(l.eps, e);
-    EXPECT_EQ(l.raw_z, (std::vector<double>{0.0, 1.0, 2.0}));
-
-    MediumLayer one;
-    one.set_layers({{0.5, 4.2}});
-    EXPECT_EQ(one.z.size(), 10u);
-    EXPECT_EQ(one.eps, std::vector<double>(10, 4.2));
-    for (double y : {-1e6, -3.0, 0.5, 7.0, 1e6})
-        EXPECT_EQ(one.search_layer(y), std::make_pair(4, false)) << y;
-
-    // A stack never set up (the mirrored one without reflecting walls) stays empty.
-    EXPECT_TRUE(MediumLayer().z.empty());
-
-    // Equal neighbours fold into the first; a later different value starts a new layer.
-    MediumLayer folded;
-    folded.set_layers({{0.0, 3.9}, {1.0, 3.9 + 5e-9}, {2.0, 1.0}, {3.0, 3.9}});
-    EXPECT_EQ(folded.raw_z, (std::vector<double>{0.0, 2.0, 3.0}));
-    EXPECT_EQ(folded.raw_eps, (std::vector<double>{3.9, 1.0, 3.9}));
-}
-
-TEST(SolverMedium, SearchLayerOnAndBetweenBoundaries) {
-    const MediumLayer l = three_layers();  // boundaries z[5] = 1, z[6] = 2
-    // The lowest layer runs down without end. Within 1e-8 below a boundary counts as on it; just
-    // above it, the layer above is found.
-    for (auto [y, want] : {std::pair{0.5, std::pair{4, false}},
-                           {-50.0, {4, false}},
-                           {1.5, {5, false}},
-                           {9.0, {6, false}},
-                           {1.0, {5, true}},
-                           {2.0, {6, true}},
-                           {1.0 - 5e-9, {5, true}},
-                           {1.0 + 5e-9, {5, false}},
-                           {1.0 - 2e-8, {4, false}}}) {
-        EXPECT_EQ(l.search_layer(y), want) << y;
-        // Guards: two neighbours of any answer are readable.
-        EXPECT_GE(want.first - 2, 0);
-        EXPECT_LT(want.first + 2, static_cast<int>(l.z.size()));
-    }
-}
-
-TEST(SolverMedium, SearchLayerOverARange) {
-    const MediumLayer l = three_layers();
-    MultilayerResult out;
-    l.search_layer(0.5, 2.5, out);
-    EXPECT_EQ(out.heights, (std::vector<double>{0.0, 0.5, 1.5}));
-    EXPECT_EQ(out.eps, (std::vector<double>{3.9, 2.5, 1.0}));
-
-    // Starting on a boundary: the permittivity above it comes first.
-    l.search_layer(1.0, 2.5, out);
-    EXPECT_EQ(out.heights, (std::vector<double>{0.0, 1.0}));
-    EXPECT_EQ(out.eps, (std::vector<double>{2.5, 1.0}));
-    l.search_layer(1.0 - 5e-9, 1.8, out);
-    EXPECT_EQ(out.eps, (std::vector<double>{2.5}));
-
-    // A boundary at hi (within 1e-8) is not part of the range.
-    l.search_layer(0.2, 2.0 + 5e-9, out);
-    ASSERT_EQ(out.heights.size(), 2u);
-    EXPECT_DOUBLE_EQ(out.heights[1], 0.8);
-    EXPECT_EQ(out.eps, (std::vector<double>{3.9, 2.5}));
-
-    // Earlier content is replaced, not appended to.
-    l.search_layer(5.0, 6.0, out);
-    EXPECT_EQ(out.heights, (std::vector<double>{0.0}));
-    EXPECT_EQ(out.eps, (std::vector<double>{1.0}));
-}
-
-TEST(SolverMedium, HashValueUsesMultiplierFiveOverRoundedLayers) {
-    MediumLayer l;
-    l.set_layers({{0.0, 3.9}, {1.2, 2.5}});
-    // By hand: 5381*5 + 0 = 26905; *5 + 39000 = 173525; *5 + 12000 = 879625; *5 + 25000 = 4423125.
-    EXPECT_EQ(l.hash_value(), 4423125u);
-
-    MediumLayer neg;
-    neg.set_layers({{-0.5, 1.0}});
-    // 5381*5 - 5000 = 21905; *5 + 10000 = 119525: negative values are sign-extended, not wrapped.
-    EXPECT_EQ(neg.hash_value(), 119525u);
-
-    MediumLayer empty;
-    EXPECT_EQ(empty.hash_value(), 5381u);
-
-    MediumLayer thicker;
-    thicker.set_layers({{0.0, 3.9}, {1.2001, 2.5}});
-    EXPECT_NE(thicker.hash_value(), l.hash_value());
-    MediumLayer below_resolution;
-    below_resolution.set_layers({{0.0, 3.9}, {1.2 + 2e-5, 2.5}});
-    EXPECT_EQ(below_resolution.hash_value(), l.hash_value());
-
-    // Media are not part of the identity.
-    l.media.push_back(new Medium(7.0, Rectangle(0, 1, 1, 0)));
-    EXPECT_EQ(l.hash_value(), 4423125u);
-}
 
 TEST(SolverMedium, MirrorContinuesStackAndMakesEightImages) {
     MediumManager mm;
@@ -212,42 +109,4 @@ TEST(SolverMedium, MergeAlternatesAxesAndStopsAtFirstIdlePass) {
     Debugger::set_sink(nullptr);
     free_media(block);
     free_media(stacked);
-}
-
-TEST(SolverMedium, MergeJoinsOnlyTouchingCompatibleNeighbours) {
-    // Row at y [0,1]: background | eps 3 | eps 5, then a gap, then eps 5; row at [1,2]: 3 | 4.
-    std::vector<Medium*> m = make_media({{4, 5, 0, 1, 5},
-                                         {1, 2, 0, 1, 3},
-                                         {0, 1, 0, 1, -1},
-                                         {2, 3, 0, 1, 5},
-                                         {0, 1, 1, 2, 3},
-                                         {1, 2, 1, 2, 4}});
-    EXPECT_TRUE(MediumManager::merge_medium(true, m));
-    // The background takes the 3 it joins, then 5 differs from 3: stays apart; the gap keeps the
-    // last 5 apart; different permittivities in the upper row stay apart.
-    EXPECT_EQ(
-        boxes_of(m),
-        (std::vector<Box>{
-            {0, 1, 1, 2, 3}, {0, 2, 0, 1, 3}, {1, 2, 1, 2, 4}, {2, 3, 0, 1, 5}, {4, 5, 0, 1, 5}}));
-    EXPECT_FALSE(MediumManager::merge_medium(true, m));
-    free_media(m);
-
-    // Along y, media touching within 1e-8 join; a different left/right keeps them apart.
-    std::vector<Medium*> col =
-        make_media({{0, 1, 1 + 5e-9, 2, 2}, {0, 1, 0, 1, 2}, {0, 1.5, 2, 3, 2}});
-    EXPECT_TRUE(MediumManager::merge_medium(false, col));
-    EXPECT_EQ(col.size(), 2u);
-    free_media(col);
-}
-
-TEST(SolverMedium, CopiesOwnTheirMedia) {
-    MediumLayer a = three_layers();
-    a.media.push_back(new Medium(2.0, Rectangle(0, 1, 1, 0)));
-    MediumLayer b = a;
-    b.media[0]->shape->set(5, 6, 1, 0);
-    EXPECT_EQ(a.media[0]->shape->left, 0.0);
-    MediumLayer c = std::move(b);
-    EXPECT_TRUE(b.media.empty());
-    EXPECT_EQ(c.media[0]->shape->left, 5.0);
-    EXPECT_EQ(c.z, a.z);
 }

@@ -51,18 +51,6 @@ TEST(OnlineTableFitter, EmptyBoxTakesTheLayersAndDrawsNothing) {
     EXPECT_EQ(f.eps, (std::vector<double>{2}));
 }
 
-TEST(OnlineTableFitter, MediumAtNinetyEightPercentIsOutside) {
-    online_table_fitter f;
-    RandGen rng(1);
-    double size = 1;
-    Scene out({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.98)}});
-    f.fit(out.media, {0, 0}, size, true, &rng);
-    EXPECT_TRUE(f.candidates.empty());
-    Scene in({{-50, 1}}, {{4.0, Rectangle(-0.2, 0.2, 3, 0.97)}});
-    f.fit(in.media, {0, 0}, size, true, &rng);
-    EXPECT_EQ(f.candidates.size(), 1u);
-}
-
 TEST(OnlineTableFitter, BlockBesideTheCentreGivesAStackAlongX) {
     // A block filling x >= 0.5 over the whole box height: its vertical edge crosses the box (length
     // 2) and no horizontal one does, so the stack runs along x: eps 1 up to 1.5 from the box's
@@ -99,69 +87,6 @@ TEST(OnlineTableFitter, ShrinksToTheBlockAndKeepsEmptyStrataExact) {
     EXPECT_DOUBLE_EQ(f.heights[1], 0.7);  // block bottom 0.2 above the box bottom -0.5
     EXPECT_EQ(f.eps[0], 2.0);             // no media: the layer value, not sampled
     EXPECT_DOUBLE_EQ(f.eps[1], 5.0);      // the block spans all transverse samples
-}
-
-TEST(OnlineTableFitter, TinyClearanceFallsBackOnQuarters) {
-    // Layer boundary 0.05 above the centre and a block over x >= 0: w = 0.05 < 0.2 a.
-    Scene s({{-50, 1}, {0.05, 3}}, {{4.0, Rectangle(0, 2, 2, -2)}});
-    online_table_fitter f;
-    RandGen rng(5), replay(5);
-    double size = 1;
-    f.fit(s.media, {0, 0}, size, false, &rng);
-    EXPECT_EQ(f.direction, 0);
-    EXPECT_EQ(size, 1);
-    EXPECT_EQ(f.heights, (std::vector<double>(4, 0.0)));
-    ASSERT_EQ(f.eps.size(), 4u);
-    EXPECT_DOUBLE_EQ(f.eps[0], 1.0);  // lower left: below the boundary, left of the block
-    EXPECT_DOUBLE_EQ(f.eps[1], 4.0);  // lower right: in the block (edge x = 0 included)
-    EXPECT_DOUBLE_EQ(f.eps[2], 4.0);
-    EXPECT_GE(f.eps[3], 1.0);  // upper left: harmonic mean of 1 and 3 samples
-    EXPECT_LE(f.eps[3], 3.0);
-    for (int i = 0; i < 8; ++i) replay.uniform();
-    EXPECT_TRUE(rng.engine == replay.engine);
-
-    // The weight hop never takes the quarter model: it keeps at least a tenth of the box.
-    size = 1;
-    f.fit(s.media, {0, 0}, size, true, &rng);
-    EXPECT_NE(f.direction, 0);
-    EXPECT_DOUBLE_EQ(size, 0.1);
-}
-
-TEST(OnlineTableFitter, BoxBeyondTheWindowSeesTheMirroredStack) {
-    Scene s({{-50, 1}, {0.9, 3}}, {}, Rectangle(-1, 1, 1, -1));
-    s.media.mirror_layer.set_layers({{-10, 1}, {1.1, 7}});
-    online_table_fitter f;
-    RandGen rng(1);
-    double size = 0.8;  // centre 0.5 below the window top: the box reaches out
-    f.fit(s.media, {0, 0.5}, size, true, &rng);
-    EXPECT_EQ(f.eps, (std::vector<double>{1, 7}));
-    size = 0.4;
-    f.fit(s.media, {0, 0.5}, size, true, &rng);
-    EXPECT_EQ(f.eps, (std::vector<double>{1}));
-}
-
-TEST(OnlineTableFitter, DirectionTieGoesToZ) {
-    MediumLayer layers;
-    layers.set_layers({{-50, 1}});
-    online_table_fitter f;
-    Medium square(2.0, Rectangle(-0.5, 0.5, 0.5, -0.5));  // two edges each way, each of length 1
-    Medium column(2.0, Rectangle(-0.5, 0.5, 2, -2));      // vertical edges only
-    f.candidates = {&square};
-    f.determine_direction({0, 0}, 1, layers);
-    EXPECT_EQ(f.direction, 1);
-    f.candidates = {&column};
-    f.determine_direction({0, 0}, 1, layers);
-    EXPECT_EQ(f.direction, 2);
-    f.candidates.clear();
-    f.determine_direction({0, 0}, 1, layers);
-    EXPECT_EQ(f.direction, 1);
-}
-
-TEST(OnlineTableSampling, OffsetsAreCellCentres) {
-    const auto& off = online_table_id2offset::instance();
-    EXPECT_NEAR(off[0], -23.0 / 24, 1e-15);
-    EXPECT_NEAR(off[11], -1.0 / 24, 1e-15);
-    for (int j = 0; j < 24; ++j) EXPECT_NEAR(off[j], -off[23 - j], 1e-15);
 }
 
 // Monte Carlo over the homogeneous tables: the draws must reproduce what the tables mean.
@@ -256,24 +181,6 @@ TEST(OnlineTableSampling, QuarterDrawsWeighTheQuartersByPermittivity) {
     EXPECT_NEAR(right_lower / double(kDraws), 0.375, 0.005);
     EXPECT_NEAR(lower_left / double(kDraws), 0.125, 0.005);
     EXPECT_NEAR(left_lower / double(kDraws), 0.125, 0.005);
-
-    // Equal quarters: each of the eight half-faces 1/8.
-    int half_face[8] = {};
-    for (int i = 0; i < kDraws; ++i) {
-        q = {2, 2, 2, 2};
-        const auto [tx, tz] = oct_sampling(t, q, &rng);
-        int id;
-        if (tz == -1)
-            id = tx < 0 ? 0 : 1;
-        else if (tz == 1)
-            id = tx < 0 ? 2 : 3;
-        else if (tx == -1)
-            id = tz < 0 ? 4 : 5;
-        else
-            id = tz < 0 ? 6 : 7;
-        ++half_face[id];
-    }
-    for (int c : half_face) EXPECT_NEAR(c / double(kDraws), 0.125, 0.005);
 }
 
 }  // namespace

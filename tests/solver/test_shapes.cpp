@@ -54,12 +54,6 @@ using karven_test::run_in_child;
 
 namespace {
 
-std::string text_of(const Shape& s) {
-    std::ostringstream os;
-    s.output(os);
-    return os.str();
-}
-
 // Staircase of three slices narrowing upward: [0,6]x[0,1], [1,5]x[1,2], [2,4]x[2,3].
 Trapezoid staircase() {
     Trapezoid t;
@@ -103,34 +97,6 @@ TEST(SolverShapes, RectangleDistancesAreSignedAndClassified) {
     EXPECT_NEAR(d, 2e-8, 1e-15);
 }
 
-TEST(SolverShapes, RectangleOverlapKeepsItsLooseVerticalTest) {
-    const Rectangle a(0, 1, 1, 0);
-    const Rectangle beside(1 + 5e-9, 2, 1, 0);  // touches within 1e-8
-    const Rectangle apart(1.5, 2, 1, 0);
-    const Rectangle high(0, 1, 6, 5);   // wholly above a
-    const Rectangle low(0, 1, -5, -6);  // wholly below a
-    EXPECT_TRUE(a.overlap(&beside));
-    EXPECT_FALSE(a.overlap(&apart));
-    EXPECT_FALSE(apart.overlap(&a));
-    // The top of a is never compared with the bottom of the argument: an argument lying wholly
-    // above still overlaps, while one wholly below does not.
-    EXPECT_TRUE(a.overlap(&high));
-    EXPECT_FALSE(a.overlap(&low));
-    // Seen from the other side: the high rectangle does not overlap a (a.top < high.bottom), the
-    // low one does.
-    EXPECT_FALSE(high.overlap(&a));
-    EXPECT_TRUE(low.overlap(&a));
-}
-
-TEST(SolverShapes, RectangleCenterTextAndArrayOrder) {
-    const Rectangle r = Rectangle::from_array({-1.5, 2, 3, 4.25});  // x_min, y_min, x_max, y_max
-    EXPECT_EQ(r.kind, Shape::KIND_RECTANGLE);
-    EXPECT_EQ(text_of(r), "Rectangle{(-1.5,2),(3,4.25)}");
-    EXPECT_EQ(r.box_top, 4.25);
-    EXPECT_DOUBLE_EQ(r.center().x, 0.75);
-    EXPECT_DOUBLE_EQ(r.center().y, 3.125);
-}
-
 TEST(SolverShapes, TrapezoidDistancesAreNeverNegative) {
     const Trapezoid t = staircase();
     EXPECT_EQ(t.kind, Shape::KIND_TRAPEZOID);
@@ -153,28 +119,6 @@ TEST(SolverShapes, TrapezoidDistancesAreNeverNegative) {
     EXPECT_DOUBLE_EQ(d, 0.5);
 }
 
-TEST(SolverShapes, TrapezoidOverlapCenterCopyAndText) {
-    const Trapezoid t = staircase();
-    const Rectangle corner(6.5, 7, 3, 2.5);  // right of every slice
-    const Rectangle near_base(5.5, 7, 1, 0.5);
-    EXPECT_FALSE(t.overlap(&corner));
-    EXPECT_TRUE(t.overlap(&near_base));
-    EXPECT_DOUBLE_EQ(t.center().x, 3.0);
-    EXPECT_DOUBLE_EQ(t.center().y, 1.5);
-    Trapezoid unknown;
-    EXPECT_EQ(unknown.center().x, 1e10);
-    EXPECT_EQ(unknown.center().y, 1e10);
-    EXPECT_EQ(unknown.distance(Vector2D{0, 0}), Shape::SPACE_INF);
-
-    Trapezoid copy = t;  // deep copy: slices are owned separately
-    copy.slices[0]->set(0, 1, 1, 0);
-    EXPECT_DOUBLE_EQ(t.slices[0]->right, 6);
-    Trapezoid two;
-    two.add_slice(new Rectangle(0, 2, 1, 0));
-    two.add_slice(new Rectangle(0.5, 1.5, 2, 1));
-    EXPECT_EQ(text_of(two), "Trapezoid{Rectangle{(0,0),(2,1)},Rectangle{(0.5,1),(1.5,2)},}");
-}
-
 TEST(SolverShapes, FatalErrorsPrintRedLineAndFail) {
     EXPECT_EQ(run_in_child([] {
                   double d;
@@ -185,21 +129,4 @@ TEST(SolverShapes, FatalErrorsPrintRedLineAndFail) {
                   staircase().distance_eu(Vector2D{0, 0});
               }),
               std::make_pair(1, std::string("\033[31m[ERROR]not implemented\033[0m\n")));
-}
-
-namespace {
-std::vector<std::string> g_lines;
-void capture(std::string_view line) {
-    g_lines.emplace_back(line);
-}
-}  // namespace
-
-TEST(SolverConfig, LogIsSilentUntilASinkIsSetAndComposesParts) {
-    g_lines.clear();
-    Debugger::log("dropped ", 1);
-    EXPECT_EQ(Debugger::set_sink(&capture), nullptr);
-    Debugger::log("Merge dielectrics ", "X ", 4u, "->", std::size_t{2}, " ", std::to_string(0.25));
-    Debugger::set_sink(nullptr);
-    Debugger::log("dropped again");
-    EXPECT_EQ(g_lines, std::vector<std::string>{"Merge dielectrics X 4->2 0.250000"});
 }

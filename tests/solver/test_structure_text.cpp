@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -23,19 +24,18 @@ namespace {
 using RW2D::Object;
 using RW2D::Rectangle;
 
+// A path in this test's own temporary folder.
 std::string tmp(const std::string& leaf) {
-    return "/tmp/karven_st" + std::to_string(getpid()) + "_" + leaf;
+    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+    const std::filesystem::path dir =
+        std::filesystem::path(testing::TempDir()) /
+        ("karven_st_" + std::string(info->name()) + "_" + std::to_string(getpid()));
+    std::filesystem::create_directories(dir);
+    return (dir / leaf).string();
 }
 
 void write(const std::string& path, const std::string& text) {
     std::ofstream(path) << text;
-}
-
-std::string slurp(const std::string& path) {
-    std::ifstream f(path);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
 }
 
 // Two wires over one full-width layer of 3.9; the second conductor is listed first by name.
@@ -46,90 +46,6 @@ const char* kTwoWires =
     "4 -5 0 10 0 10 4 -5 4\n";
 
 }  // namespace
-
-TEST(StructureText, QuadCollapsesToTrapezoidOnMicroGrid) {
-    // A hexagon: bottom row y=0 spans 1..4, top row y=2 spans 2..3; the middle vertices vanish,
-    // and 2.0000004 lands on the same 1e-6 key as 2.
-    std::istringstream in("6 1 0 4 0 5 1 3 2.0000004 2 2 0 1");
-    Object* o = RW2D::parse_quad(in);
-    ASSERT_NE(o, nullptr);
-    EXPECT_DOUBLE_EQ(o->points[0].x, 1);
-    EXPECT_DOUBLE_EQ(o->points[1].x, 4);
-    EXPECT_DOUBLE_EQ(o->points[2].x, 3);
-    EXPECT_DOUBLE_EQ(o->points[3].x, 2);
-    EXPECT_DOUBLE_EQ(o->points[0].y, 0);
-    EXPECT_DOUBLE_EQ(o->points[3].y, 2);
-    delete o;
-    std::istringstream empty("0");
-    EXPECT_EQ(RW2D::parse_quad(empty), nullptr);
-}
-
-TEST(StructureText, ObjectOrderAndRefText) {
-    const std::string path = tmp("two.txt"), ref = tmp("two.ref");
-    write(path, kTwoWires);
-    std::vector<Object*> objs = RW2D::parse_structure_text(path);
-    ASSERT_EQ(objs.size(), 5u);
-    EXPECT_EQ(objs[0]->name, "m");
-    EXPECT_EQ(objs[0]->value, 1.0);
-    EXPECT_EQ(objs[1]->name, "a");
-    EXPECT_EQ(objs[1]->value, 0.0);
-    EXPECT_EQ(objs[2]->type, Object::WINDOW);
-    EXPECT_EQ(objs[3]->type, Object::MEDIUM);
-    EXPECT_EQ(objs[3]->value, -1.0);
-    EXPECT_EQ(objs[4]->value, 3.9);
-    std::ostringstream os;
-    os << *objs[0];
-    EXPECT_EQ(os.str(), "(Object)Cond m 1(0,1)(1,1)(1,1.5)(0,1.5)");
-    // A slanted quad is a polygon, corners from p3 down to p0.
-    objs[0]->points[3].x = 0.2;
-    EXPECT_EQ(RW2D::format_ref(objs[0], "m", " V;"),
-              "POLY NAME=m; COORD=0.2,1.5; 1,1.5; 1,1; 0,1; V;");
-    for (Object* o : objs) delete o;
-
-    RW2D::parse_to_ref(path, ref);
-    EXPECT_EQ(slurp(ref),
-              "WINDOW X1=-5; Y1=0; X2=10; Y2=4;\n"
-              "BOX NAME=diel_no0; CX=2.5; CY=2; W=15; H=4; DIEL=3.900000;\n"
-              "BOX NAME=m; CX=0.5; CY=1.25; W=1; H=0.5; VOLT=1;\n"
-              "BOX NAME=a; CX=2.5; CY=1.25; W=1; H=0.5; VOLT=0;\n"
-              "OPTIONS SET_GRID=grid_num;\nPOTENTIAL\n");
-    std::remove(path.c_str());
-    std::remove(ref.c_str());
-}
-
-TEST(StructureText, FileRouteBuildsTheSameStructure) {
-    const std::string path = tmp("nm.txt");
-    // Layers 3.9 below y=2 and 2.5 above, a 7.0 block inside the lower one, and a slanted wire.
-    write(path,
-          "m 4 0 1 1 1 1 1.5 0 1.5\n"
-          "1 a 4 2 1 3.2 1 3 1.5 2.2 1.5\n"
-          "3 lo 4 -5 0 10 0 10 2 -5 2 3.9  hi 4 -5 2 10 2 10 4 -5 4 2.5  blk 4 4 0.5 6 0.5 6 1 4 1 "
-          "7\n"
-          "4 -5 0 10 0 10 4 -5 4\n");
-    RW2D::Config c;
-    c.approx.approx_order = 4;
-    RW2D::NetManager nm(path, c.space, c.approx);
-    std::remove(path.c_str());
-    ASSERT_EQ(nm.nets.size(), 2u);
-    EXPECT_EQ(nm.nets[0]->name, "a");  // sorted by name
-    EXPECT_EQ(nm.master->name, "m");
-    // Staircase of 4 slices: slice k=1 of 2N=8 steps in from the bottom corners by 0.2/8.
-    ASSERT_EQ(nm.nets[0]->shape->kind, RW2D::Shape::KIND_TRAPEZOID);
-    const auto* t = static_cast<const RW2D::Trapezoid*>(nm.nets[0]->shape);
-    ASSERT_EQ(t->slices.size(), 4u);
-    EXPECT_NEAR(t->slices[0]->left, 2.025, 1e-12);
-    EXPECT_NEAR(t->slices[0]->right, 3.175, 1e-12);
-    EXPECT_NEAR(t->slices[3]->top, 1.5, 1e-12);
-    EXPECT_NEAR(t->box_bottom, 1.0, 1e-12);
-
-    // The in-memory route's view of the same dielectrics.
-    RW2D::NetManager mem({Rectangle(0, 1, 1.5, 1), Rectangle(2, 3, 1.5, 1)}, {{0, 3.9}, {2, 2.5}},
-                         {{7.0, Rectangle(4, 6, 1, 0.5)}}, Rectangle(-5, 10, 4, 0), c.space,
-                         c.approx);
-    EXPECT_EQ(nm.media.layer.raw_z, mem.media.layer.raw_z);
-    EXPECT_EQ(nm.media.layer.raw_eps, mem.media.layer.raw_eps);
-    ASSERT_EQ(nm.media.layer.media.size(), mem.media.layer.media.size());
-}
 
 TEST(StructureText, FileAndMemoryRoutesAgreeWithinErrorBars) {
     const std::string path = tmp("cap.txt");
@@ -157,40 +73,4 @@ TEST(StructureText, FileAndMemoryRoutesAgreeWithinErrorBars) {
     EXPECT_NEAR(file["a"], mem[1], 4 * std::sqrt(2 * mem[3]));
     EXPECT_GT(file["m"], 0.0);
     EXPECT_LT(file["a"], 0.0);
-}
-
-TEST(StructureText, DirectoryRunInNameOrder) {
-    const std::string dir = tmp("dir");
-    mkdir(dir.c_str(), 0755);
-    write(dir + "/b.txt", kTwoWires);
-    write(dir + "/a.txt", kTwoWires);
-    write(dir + "/.hidden.txt", "garbage");
-    write(dir + "/notes.md", "garbage");
-    RW2D::Config c;
-    c.mc.precision = 0.05;
-    c.input_path = dir;
-    c.input_is_directory = true;
-    c.report_named = false;
-    c.report_values = true;
-    c.output_path = tmp("dir.out");
-    RW2D::MCManager m;
-    m.estimate(c);
-    const std::string out = slurp(c.output_path);
-    const std::size_t pa = out.find("$$" + dir + "/a.txt\n"),
-                      pb = out.find("$$" + dir + "/b.txt\n");
-    EXPECT_NE(pa, std::string::npos) << out;
-    EXPECT_NE(pb, std::string::npos) << out;
-    EXPECT_LT(pa, pb);
-    EXPECT_EQ(out.find("hidden"), std::string::npos);
-    EXPECT_EQ(out.find("notes"), std::string::npos);
-    // Same file, fixed seed: the two reports are identical.
-    EXPECT_EQ(out.substr(out.find('\n', pa) + 1, pb - out.find('\n', pa) - 1),
-              out.substr(out.find('\n', pb) + 1));
-    for (const char* f : {"/a.txt", "/b.txt", "/.hidden.txt", "/notes.md"})
-        std::remove((dir + f).c_str());
-    rmdir(dir.c_str());
-    std::remove(c.output_path.c_str());
-
-    c.input_path = dir + "_missing";
-    EXPECT_THROW(m.estimate(c), std::runtime_error);
 }

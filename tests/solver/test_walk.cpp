@@ -106,19 +106,6 @@ TEST(SolverWalk, StartPointsLieOnTheGaussianSidesInProportionToTheirLength) {
     EXPECT_NEAR(count[NORM_X_POS] / double(n), 1.5 / 7, 0.009);
 }
 
-TEST(SolverWalk, StartPointsOutsideTheWindowAreDrawnAgain) {
-    // The window cuts the Gaussian rectangle at x = 1.2: the right side is never used.
-    NetManager nets =
-        make_nets({rect(0, 0, 1, 0.5), rect(-2, 0, -1, 0.5)}, rect(-10, -10, 1.2, 10));
-    RandGen rng(9);
-    for (int k = 0; k < 5000; ++k) {
-        NormDir dir;
-        const WalkPoint p = nets.sample(dir, &rng);
-        ASSERT_NE(dir, NORM_X_POS);
-        ASSERT_LE(p.point.x, 1.2);
-    }
-}
-
 TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
     NetManager nets = make_nets(
         {rect(-0.05, 0.3, 0.05, 0.5), rect(0.15, 0.3, 0.25, 0.5), rect(-10, -0.1, 10, 0.0)},
@@ -150,32 +137,6 @@ TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
     EXPECT_EQ(hops, hops2);
 }
 
-TEST(SolverWalk, AGaussianSurfaceOnAConductorAbsorbsAtOnce) {
-    // Touching wires: margin 0, the Gaussian rectangle is the master itself.
-    NetManager nets = make_nets({rect(0, 0, 1, 1), rect(1, 0, 2, 1)}, rect(-10, -10, 10, 10));
-    online_table_manager tables;
-    WalkManager w(&nets, quiet_config(), tables, 1);
-    for (int k = 0; k < 50; ++k) {
-        w.walk();
-        EXPECT_EQ(w.hops, 1u);
-        EXPECT_EQ(w.weight, 1.0);
-        EXPECT_NE(w.hit_net, nullptr);
-    }
-}
-
-TEST(SolverWalk, WithAbsorbingSidesOnlyConductorWalksAreKept) {
-    // A small grounded window close to the wires: many walks leave through its sides and are
-    // begun again, so every finished walk still ends on a conductor.
-    NetManager nets = make_nets({rect(-0.1, 0.2, 0.1, 0.4), rect(0.3, 0.2, 0.5, 0.4)},
-                                rect(-0.6, 0, 0.9, 0.8), false);
-    online_table_manager tables;
-    WalkManager w(&nets, quiet_config(), tables, 3);
-    for (int k = 0; k < 1000; ++k) {
-        w.walk();
-        ASSERT_NE(w.hit_net, nullptr);
-    }
-}
-
 TEST(SolverWalk, CompanionStartsMirroredThroughTheOriginWithTheOppositeWeight) {
     // Master [-0.05, 0.05] x [0.3, 0.5], plate 0.3 below: Gaussian rectangle
     // [-0.2, 0.2] x [0.15, 0.65]. A bottom start (x, 0.15) has its companion at (0, 0.3), on the
@@ -201,4 +162,41 @@ TEST(SolverWalk, CompanionStartsMirroredThroughTheOriginWithTheOppositeWeight) {
     }
     EXPECT_GT(bottom, 0);
     EXPECT_GT(side, 0);
+}
+
+TEST(SolverWalk, FirstHopWeighsOutwardLandingsAlikeOnEverySideAndStackAxis) {
+    // The first hop's weight is the derivative of the box's Green's function along the start
+    // side's outward normal n, so E[weight * (landing - start) . n] has one sign for every side,
+    // whichever axis the box's layers are stacked along.
+    NetManager nets =
+        make_nets({rect(-0.05, 0.3, 0.05, 0.5), rect(-10, -0.1, 10, 0.0)}, rect(-10, 0, 10, 10));
+    online_table_manager tables;
+    WalkManager w(&nets, quiet_config(), tables, 11);
+    const std::pair<NormDir, Vector2D> sides[] = {
+        {NORM_X_POS, {1, 0}}, {NORM_X_NEG, {-1, 0}}, {NORM_Y_POS, {0, 1}}, {NORM_Y_NEG, {0, -1}}};
+    double sign = 0;
+    for (int direction : {1, 2}) {
+        for (const auto& [side, n] : sides) {
+            SCOPED_TRACE(testing::Message() << "direction " << direction << " side " << side);
+            double sum = 0, sum2 = 0;
+            const int draws = 20000;
+            for (int k = 0; k < draws; ++k) {
+                w.fitter.direction = direction;
+                w.fitter.heights = {0.0, 1.2};
+                w.fitter.eps = {2.0, 8.0};
+                w.norm_dir = side;
+                w.position = {0, 0};
+                w.weight = 1.0;
+                w.transfer_online_table_wvt(1.0);
+                const double v = w.weight * (w.position.x * n.x + w.position.y * n.y);
+                sum += v;
+                sum2 += v * v;
+            }
+            const double mean = sum / draws;
+            const double err = std::sqrt((sum2 / draws - mean * mean) / draws);
+            ASSERT_GT(std::abs(mean), 5 * err);
+            if (sign == 0) sign = mean > 0 ? 1 : -1;
+            EXPECT_GT(mean * sign, 0);
+        }
+    }
 }

@@ -166,8 +166,6 @@ public:
 inline constexpr const char* kUnknowClass = "unknow field in the table";
 inline constexpr const char* kUnknowField = "unknow field";
 inline constexpr const char* kMissing = "missing necessary fields for the table";
-inline constexpr const char* kAscending = "elements must be in ascending order";
-inline constexpr const char* kAtLeastOne = "expecting at least one number value in the vector";
 inline constexpr const char* kBrace = "expecting vector element list beginning with LEFT BRACE";
 
 }  // namespace tech_test

@@ -104,14 +104,6 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
     ASSERT_NE(c->ild_model, nullptr);
     EXPECT_EQ(c->ild_model->dielectric, "IMD1");
 
-    // The density boxes end up in the capacitive density model too.
-    const std::vector<std::pair<double, double>> boxes = {{10, 0.5}, {20, 0.5}};
-    EXPECT_EQ(c->density_box_weights, boxes);
-    EXPECT_EQ(c->cap_thickness_density->boxes, boxes);
-    EXPECT_EQ(c->gate_diff_names, std::vector<std::string>{"PO"});
-    ASSERT_EQ(c->gate_diff_caps.size(), 1u);
-    EXPECT_DOUBLE_EQ(c->gate_diff_caps[0]->values[0], 0.3);
-
     // rho from the table's first value; the table is kept for resistance extraction.
     EXPECT_DOUBLE_EQ(c->rho, 0.4);
     EXPECT_EQ(c->needs_res_modeling, 1);
@@ -127,45 +119,17 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
     EXPECT_NE(copy.rho_ws, c->rho_ws);
     // A change to the copy's model leaves the original alone.
     copy.cap_etch[0]->values[0] = 99;
-    copy.gate_diff_caps[0]->values[0] = 99;
     EXPECT_DOUBLE_EQ(c->cap_etch[0]->values[0], 0.01);
-    EXPECT_DOUBLE_EQ(c->gate_diff_caps[0]->values[0], 0.3);
-    ASSERT_EQ(copy.cap_mask_etch[0]->evalEtch(1, 1, 1, 2, out), 1);
-    EXPECT_DOUBLE_EQ(out, 0.07);
-
-    // Many copies, assignments, moves and destructions: the sanitizer build checks that every
-    // model is freed exactly once.
-    std::vector<Conductor> many;
-    for (int i = 0; i < 50; ++i) many.push_back(copy);
-    for (int i = 0; i < 50; i += 2) many[i] = *c;
-    Conductor moved = std::move(many.back());
-    many.pop_back();
-    many.erase(many.begin(), many.begin() + 10);
-    many.front() = std::move(moved);
-    EXPECT_TRUE(moved.cap_etch.empty());
-    many.front() = many.front();  // self-assignment keeps the models
-    EXPECT_EQ(many.front().cap_etch.size(), 1u);
-    copy.clearModels();
-    EXPECT_TRUE(copy.cap_etch.empty());
-    EXPECT_EQ(copy.raised_diff, nullptr);
 }
 
 TEST(CtfConductor, ValueAndFieldErrors) {
     const char* cases[][3] = {
         {"smin", "0", "invalid value"},
-        {"wmin", "-1", "invalid value"},
-        {"thickness", "0", "invalid value"},
         {"rho", "0", "invalid rho value"},
         {"gate2contact_smin", "0", "invalid gate2contact_smin value"},
         {"raiseddiffu_thickness", "0",
          "the value of raiseddiffu_thickness must be larger than zero"},
-        {"raiseddiffu2gate_smin", "-0.1",
-         "the value of raiseddiffu2gate_smin must be larger than zero"},
-        {"raiseddiffu_etch", "-0.001", "the value of raiseddiffu_etch can not be negative"},
-        {"raiseddiffu_gateside_conformal_er", "0",
-         "the value of raiseddiffu_gateside_conformal_er must be larger than zero"},
         {"bottom_diel_er", "0", "invalid bottom_diel_er value"},
-        {"bottom_diel_thickness", "0", "invalid bottom_diel_thickness value"},
     };
     std::vector<ErrorCase> errors;
     for (const auto& c : cases)
@@ -187,39 +151,6 @@ TEST(CtfConductor, ValueAndFieldErrors) {
     EXPECT_EQ(z->raised_diff->etch_flag, 0);
 }
 
-TEST(CtfConductor, UnsupportedFieldsAndLayerTypesWarn) {
-    EXPECT_EQ(logOf("conductor M1 {\n"
-                    " thickness 0.5 rho 0.02\n"
-                    " er 3\n"
-                    " top M2\n"
-                    " device_type { nmos }\n"
-                    " widths { 1 2 }\n"
-                    " er_table { (a 1) }\n"
-                    " gate2diffusion_adjust { x { } }\n"
-                    " is_gate\n"
-                    " csub_vs_spacing { (1 2) }\n"
-                    " crt1 5\n"
-                    " layer_type  GATE\n"
-                    "}"),
-              unsupported("er", 3, 1) + unsupported("top", 4, 1) +
-                  unsupported("device_type", 5, 1) + unsupported("widths", 6, 1) +
-                  unsupported("er_table", 7, 1) + unsupported("gate2diffusion_adjust", 8, 1) +
-                  unsupported("is_gate", 9, 1) + unsupported("csub_vs_spacing", 10, 1));
-
-    // An unknown layer type is kept, with a warning at its value.
-    EXPECT_EQ(logOf(metal(" layer_type  SPECIAL\n")),
-              "[WARNING] CTF file: unsupported conductor layer type: \"SPECIAL\", line: 4, pos: "
-              "13.\n");
-    Layer special(metal(" layer_type  SPECIAL\n"));
-    EXPECT_EQ(special->layer_type, "SPECIAL");
-    EXPECT_EQ(special->layer_type_code, 0);
-    for (const char* known : {"FIELD_POLY", "BUMP", "TRENCH_CONTACT", "TALL_CONTACT", "CAPACITOR",
-                              "RESISTOR", "ROUTING_VIA"})
-        EXPECT_EQ(logOf(metal(" layer_type " + std::string(known) + "\n")), "") << known;
-    EXPECT_EQ(Layer(metal(" layer_type GATE\n"))->layer_type_code, 1);
-    EXPECT_EQ(Layer(metal(" layer_type FIELD_POLY\n"))->layer_type_code, 3);
-}
-
 TEST(CtfConductor, ConstantWidthVariations) {
     // Too small to matter: nothing at all is recorded.
     Layer tiny(metal(" width_var 0.000000001\n"));
@@ -236,16 +167,6 @@ TEST(CtfConductor, ConstantWidthVariations) {
     }
     EXPECT_EQ(sum->needs_res_modeling, 1);
 
-    Layer cap(metal(" capaci_only_width_var -0.01\n"));
-    ASSERT_EQ(cap->cap_etch.size(), 1u);
-    EXPECT_DOUBLE_EQ(cap->cap_etch[0]->constant, -0.01);
-    EXPECT_TRUE(cap->res_etch.empty());
-    EXPECT_EQ(cap->needs_res_modeling, 0);
-    Layer res(metal(" resistive_only_width_var 0.004\n"));
-    EXPECT_TRUE(res->cap_etch.empty());
-    EXPECT_EQ(res->res_etch.size(), 1u);
-    EXPECT_EQ(res->needs_res_modeling, 1);
-
     // Behind a table a new constant starts, and the later one adds to it.
     Layer mixed(metal(" width_var 0.01\n" + std::string(kEtchTable) +
                       " width_var 0.02\n capaci_only_width_var 0.03\n"));
@@ -255,27 +176,6 @@ TEST(CtfConductor, ConstantWidthVariations) {
     EXPECT_NEAR(mixed->cap_etch[2]->constant, 0.05, 1e-15);
     ASSERT_EQ(mixed->res_etch.size(), 3u);
     EXPECT_NEAR(mixed->res_etch[2]->constant, 0.02, 1e-15);
-}
-
-TEST(CtfConductor, TableSelectionByUse) {
-    Layer cap(
-        metal(" width_var_from_ws capacitive_only { widths { 1 } spacings { 1 }"
-              " values { 0.01 } }\n thickness_var_from_d capacitive_only { (0.1 0.1) }\n"));
-    EXPECT_EQ(cap->cap_etch.size(), 1u);
-    EXPECT_TRUE(cap->res_etch.empty());
-    EXPECT_EQ(cap->needs_res_modeling, 0);
-
-    // A flag inside the table selects as well.
-    Layer res(
-        metal(" width_var_from_ws { resistive_only widths { 1 } spacings { 1 }"
-              " values { 0.01 } }\n"));
-    EXPECT_TRUE(res->cap_etch.empty());
-    EXPECT_EQ(res->res_etch.size(), 1u);
-    EXPECT_EQ(res->needs_res_modeling, 1);
-
-    Layer two(metal(std::string(kEtchTable) + kEtchTable));
-    EXPECT_EQ(two->cap_etch.size(), 2u);
-    EXPECT_EQ(two->res_etch.size(), 2u);
 }
 
 TEST(CtfConductor, TableExclusionsReportAtTheSecondTable) {
@@ -318,28 +218,11 @@ TEST(CtfConductor, TableExclusionsReportAtTheSecondTable) {
          "multiple gate2diffusion_cap tables are specified in one layer"},
         {poly + poly, "thickness_var_from_polynomial", 2, once("thickness_var_from_polynomial")},
         {dw + poly, "thickness_var_from_polynomial", 1, before_poly},
-        {b(res) + poly, "thickness_var_from_polynomial", 1, before_poly},
-        {poly + ws(""), "thickness_var_from_ws", 1,
-         "additional thickness modeling is not allowed when thickness_var_from_polynomial is "
-         "already existed in the same layer"},
         {ws(cap) + ws(cap), "thickness_var_from_ws", 2,
          once("capacitive_only thickness_var_from_ws")},
-        {ws(res) + ws(res), "thickness_var_from_ws", 2,
-         once("resistive_only thickness_var_from_ws")},
-        {ws(res) + ws(""), "thickness_var_from_ws", 2,
-         once("resistive_only thickness_var_from_ws")},
-        {d(cap) + d(cap), "thickness_var_from_d", 2, once("capacitive_only thickness_var_from_d")},
-        {d(res) + d(res), "thickness_var_from_d", 2, once("resistive_only thickness_var_from_d")},
-        {d(res) + d(""), "thickness_var_from_d", 2, once("thickness_var_from_d")},
         {b(cap) + b(cap), "bottom_thickness_var_from_si_width", 2,
          once("capacitive_only bottom_thickness_var_from_si_width")},
-        {b("") + b(res), "bottom_thickness_var_from_si_width", 2,
-         once("resistive_only bottom_thickness_var_from_si_width")},
-        {b(cap) + b(""), "bottom_thickness_var_from_si_width", 2,
-         once("bottom_thickness_var_from_si_width")},
         {dw + dw, "thickness_vs_density_and_width", 2, once("thickness_vs_density_and_width")},
-        {ild + ild, "ild_thickness_var_from_effective_ws", 2,
-         "only one ild_thickness_var_from_effective_ws table is allowed in one layer"},
         {box + box, "densitybox_weight_factor", 2,
          "only one densitybox_weight_factor table is allowed in one layer"},
         {" rho_vs_width_and_spacing { widths { 1 } spacings { 1 } values { 1 } }\n"
@@ -409,17 +292,6 @@ TEST(CtfConductor, ResistanceFromRhoOrTables) {
     EXPECT_EQ(sampled->needs_res_modeling, 0);
 }
 
-TEST(CtfConductor, RhoOverridesResistanceTables) {
-    SwitchScope switches;
-    EXPECT_EQ(logOf(metal(kRpsqTable)),
-              "[WARNING] CTF file: rho value will override all the resistance modeling for the "
-              "conductor layer \"M1\".\n");
-    Layer c(metal(kRpsqTable));
-    EXPECT_DOUBLE_EQ(c->rho, 0.02);
-    EXPECT_EQ(c->rpsq_ws, nullptr);
-    EXPECT_EQ(c->needs_res_modeling, 0);
-}
-
 // A polynomial thickness table with the given extra fields, and thickness bounds 0.3 to 0.6.
 std::string polynomial(const std::string& extra) {
     return " thickness_var_from_polynomial { density_polynomial_orders { 0 1 }\n"
@@ -459,77 +331,6 @@ TEST(CtfConductor, EndOfStatementErrorsAtTheKeyword) {
     expectErrors(errors);
     // The thickness bounds enclose the thickness with their ends included.
     for (const char* ok : {"0.3", "0.6"}) EXPECT_EQ(errorOf(thick(ok)), "no error") << ok;
-}
-
-TEST(CtfConductor, PolynomialWidthAndSpacingRanges) {
-    // The ends over the capacitive etch tables; the resistive one and the constant do not count.
-    const std::string etch =
-        std::string(kEtchTable) +
-        " width_var_from_ws capacitive_only { widths { 0.05 0.3 } spacings { 0.3 2.0 }\n"
-        "   values { 0 0 0 0 } }\n"
-        " width_var_from_ws resistive_only { widths { 0.01 9 } spacings { 0.01 9 }\n"
-        "   values { 0 0 0 0 } }\n"
-        " width_var 0.01\n";
-    Layer c(metal(etch + polynomial("")));
-    ASSERT_NE(c->thickness_polynomial, nullptr);
-    EXPECT_EQ(c->width_bounds, (std::vector<double>{0.05, 0.5}));
-    EXPECT_EQ(c->spacing_bounds, (std::vector<double>{0.2, 2.0}));
-    const ThicknessPolynomialModel& p = *c->thickness_polynomial;
-    EXPECT_EQ(p.has_width_range + p.has_spacing_range, 2);
-    EXPECT_TRUE(
-        near({p.width_low, p.width_high, p.spacing_low, p.spacing_high}, {0.05, 0.5, 0.2, 2.0}));
-
-    // The ILD table widens the range where it reaches further.
-    Layer w(metal(std::string(kEtchTable) + polynomial("") +
-                  " ild_thickness_var_from_effective_ws { dielectric D widths { 0.02 0.4 }\n"
-                  "   spacings { 0.25 3 } thickness_changes { 0 0 0 0 } }\n"));
-    EXPECT_EQ(w->width_bounds, (std::vector<double>{0.02, 0.5}));
-    EXPECT_EQ(w->spacing_bounds, (std::vector<double>{0.2, 3.0}));
-
-    // The density boxes reach the polynomial model as well.
-    Layer boxes(metal(polynomial("") + " densitybox_weight_factor { (5 2) }\n"));
-    EXPECT_EQ(boxes->thickness_polynomial->boxes, (std::vector<std::pair<double, double>>{{5, 2}}));
-
-    // Without tables: the density bounds table gives the widths, and no warning.
-    const std::string bounds =
-        metal(polynomial("   density_bounds_vs_width { (0.1 0.2 0.8) (1.0 0.1 0.9) }\n"));
-    EXPECT_EQ(logOf(bounds), "");
-    Layer b(bounds);
-    EXPECT_EQ(b->width_bounds, (std::vector<double>{-1, -1}));
-    EXPECT_TRUE(near({b->thickness_polynomial->width_low, b->thickness_polynomial->width_high},
-                     {0.1, 1.0}));
-    EXPECT_EQ(b->thickness_polynomial->has_spacing_range, 0);
-
-    // Otherwise wmin (0.1) lowered to the first break point, up to the last break point.
-    const std::string ranges = metal(
-        " thickness_var_from_polynomial { density_polynomial_orders { 0 }\n"
-        "   width_polynomial_orders { 0 } width_ranges { 0.05 0.5 }\n"
-        "   polynomial_coefficients { 0.01 } polynomial_coefficients { 0.02 }\n"
-        "   polynomial_coefficients { 0.03 } }\n");
-    EXPECT_EQ(logOf(ranges),
-              "[WARNING] CTF file: thickness_var_from_polynomial modeling for the conductor layer "
-              "\"M1\" does not contain density_bounds_vs_width table.\n");
-    Layer r(ranges);
-    EXPECT_TRUE(near({r->thickness_polynomial->width_low, r->thickness_polynomial->width_high},
-                     {0.05, 0.5}));
-    // No break points: wmin up to a hundred times wmin.
-    Layer m(metal(" wmin 0.2\n" + polynomial("")));
-    EXPECT_TRUE(near({m->thickness_polynomial->width_low, m->thickness_polynomial->width_high},
-                     {0.2, 20.0}));
-}
-
-TEST(CtfConductor, StatementStartsFromScratch) {
-    // One processor serves every conductor statement: nothing of the first survives.
-    Reader r(metal(std::string(kEtchTable) + " layer_type GATE width_var 0.01\n") +
-             " conductor M2 { thickness 0.3 rho 0.01 }");
-    r.read<CtfConductor>();
-    r.ci.stream.next();
-    auto* c = r.read<CtfConductor>();
-    ASSERT_NE(c, nullptr);
-    EXPECT_EQ(c->conductor.name, "M2");
-    EXPECT_TRUE(c->conductor.cap_etch.empty());
-    EXPECT_EQ(c->conductor.layer_type_code, 0);
-    EXPECT_EQ(c->conductor.needs_res_modeling, 0);
 }
 
 }  // namespace

@@ -71,11 +71,8 @@ TEST(CtfDielectric, PlanarAndConformalLayers) {
 TEST(CtfDielectric, ErrorTexts) {
     const char* cases[][3] = {
         {"thickness", "-0.1", "invalid value"},
-        {"side_thickness", "-1", "invalid value"},
-        {"top_thickness", "-1", "invalid value"},
         {"damage_size", "0.001", "invalid damage_size value"},
         {"damage_er", "0", "invalid value"},
-        {"bw_t", "-0.1", "invalid value"},
     };
     std::vector<ErrorCase> errors;
     for (const auto& c : cases)
@@ -83,11 +80,7 @@ TEST(CtfDielectric, ErrorTexts) {
             {"dielectric D {\n er 3\n  " + std::string(c[0]) + " " + c[1] + " }", c[0], 1, c[2]});
     const std::vector<std::pair<std::string, std::string>> at_keyword = {
         {" thickness 1 ", "no permittivity is specified for the layer"},
-        {" er 3 thickness 0 ", "no thickness is specified for the dielectric layer"},
-        {" er 3 ", "no thickness is specified for the dielectric layer"},
         {" er 3 thickness 1 damage_er 4 ",
-         "must specify both damage_size and damage_er to enable the damage modeling"},
-        {" er 3 thickness 1 damage_size 0.01 ",
          "must specify both damage_size and damage_er to enable the damage modeling"},
         {" er 3 thickness 1 bw_t 0.01 ", "only conformal dielectric layer can have bw_t attribute"},
         {" er 3 thickness 1 " + kSpacer,
@@ -95,19 +88,11 @@ TEST(CtfDielectric, ErrorTexts) {
         {" er 3 bottom M1 bw_t 0.01 side_thickness 0.01 ",
          "the conformal layers which have bw_t attribte must not have non-zero value of "
          "thickness, side_thickness, or top_thickness"},
-        {" er 3 bottom M1 bw_t 0.01 " + kSpacer,
-         "spacer_er_from_gate_ws model can not be applied to the bottom wall conformal layers "
-         "which have bw_t attribute"},
-        {" er 3 bottom M1 side_thickness 0 top_thickness 0 ",
-         "no valid thickness is specified for the conformal layer"},
         {" er 3 bottom M1 side_thickness 0.01 damage_er 3 ",
          "damage modeling cannot be applied to the conformal layer"},
         {" er 3 bottom M1 bottom M2 side_thickness 0.01 " + kSpacer,
          "conformal layers with spacer_er_from_gate_ws model can not be specified to more than 1 "
          "bottom conductor"},
-        {" er 3 bottom M1 thickness 0.1 " + kSpacer,
-         "conformal layers with spacer_er_from_gate_ws model must not have non-zero value of "
-         "thickness"},
     };
     for (const auto& [body, message] : at_keyword)
         errors.push_back({"\n dielectric D {" + body + "}", "dielectric", 1, message});
@@ -152,17 +137,10 @@ TEST(CtfVia, FullStatementsAndOwnership) {
     EXPECT_DOUBLE_EQ(via.gate_etch[1]->values[0], 0.2);
     EXPECT_TRUE(via.etch.empty());
 
-    // The record owns its models: copies, moves and clearing free them exactly once.
-    std::vector<Via> vias(20, via);
-    EXPECT_NE(vias[7].gate_etch[0], via.gate_etch[0]);
-    EXPECT_NE(vias[7].rpv_area, via.rpv_area);
-    EXPECT_EQ(vias[7].gate_etch_names, via.gate_etch_names);
-    vias[2] = std::move(vias[9]);
-    vias.erase(vias.begin() + 4, vias.begin() + 12);
-    vias[1].clearModels();
-    EXPECT_TRUE(vias[1].gate_etch.empty());
-    EXPECT_TRUE(vias[1].gate_etch_names.empty());
-    EXPECT_EQ(vias[1].rpv_area, nullptr);
+    // The record owns its models: a copy has its own.
+    const Via copy = via;
+    EXPECT_NE(copy.gate_etch[0], via.gate_etch[0]);
+    EXPECT_NE(copy.rpv_area, via.rpv_area);
 
     EXPECT_EQ(logOf("via V { bottom M1 top M2 rho 1\n er 3\n device_type { a }\n"
                     " tall_via_config { }\n csub_vs_spacing { (1 1) } }"),
@@ -182,11 +160,7 @@ TEST(CtfVia, ErrorTexts) {
                           "invalid value"});
     const std::vector<std::pair<std::string, std::string>> at_keyword = {
         {" bottom M1 rho 1 ", names},
-        {" top M1 rho 1 ", names},
-        {" bottom M1 top M2 rho 1 rpv 2 via_size 1 ",
-         "cannot specify both the rho and rpv values for the same via layer"},
         {" bottom Substrate top M1 ", none},
-        {" bottom M1 top M2 via_size 1 ", none},
         {" bottom M1 top M2 rpv 3 ", "must specify the via_size value when using rpv field"},
     };
     for (const auto& [body, message] : at_keyword)
@@ -194,8 +168,6 @@ TEST(CtfVia, ErrorTexts) {
     errors.insert(
         errors.end(),
         {{"via { }", "via", 1, "expecting via name"},
-         {"via V { layer_type X }", "layer_type", 1, kUnknowClass},
-         {"via V { is_gate }", "is_gate", 1, kUnknowClass},
          {"via V {" + kViaEtch + kViaEtch + "}", "width_var_from_wl", 2, one_etch},
          {"via V {" + kViaEtch + kGateEtch + "}", "width_var_from_contact_gate_s", 1, one_etch},
          {"via V {" + kGateEtch + kViaEtch + "}", "width_var_from_wl", 1, one_etch}});
@@ -223,23 +195,16 @@ TEST(CtfTSV, FullStatementAndErrorTexts) {
     const char* names = "must specify both the tsv top and tsv bottom layer name";
     const char* insulation = "must specify both the insulation_thickness and insulation_er value";
     std::vector<ErrorCase> errors;
-    for (const char* word :
-         {"via_size", "rho", "thickness", "insulation_thickness", "insulation_er"})
+    for (const char* word : {"via_size", "insulation_er"})
         errors.push_back({"tsv T {\n  " + std::string(word) + " 0 }", word, 1, "invalid value"});
     for (const auto& [body, message] : std::vector<std::pair<std::string, std::string>>{
              {" top A thickness 1 ", names},
-             {" bottom A thickness 1 ", names},
              {" bottom A top B ", "must specify thickness value"},
-             {" bottom A top B thickness 1 insulation_er 3 ", insulation},
-             {" bottom A top B thickness 1 insulation_thickness 3 ", insulation}})
+             {" bottom A top B thickness 1 insulation_er 3 ", insulation}})
         errors.push_back({" tsv T {" + body + "}", "tsv", 1, message});
-    errors.insert(errors.end(),
-                  {{"tsv { }", "tsv", 1, "expecting TSV name"},
-                   {"tsv T { er 1 }", "er", 1, kUnknowField},
-                   {"tsv T { layer_type X }", "layer_type", 1, kUnknowField},
-                   {"tsv T { er_sispacing { (1 1) } }", "er_sispacing", 1, kUnknowField},
-                   {"tsv T { widths { 1 } }", "widths", 1, kUnknowClass},
-                   {"tsv T { tall_via_config { } }", "tall_via_config", 1, kUnknowClass}});
+    errors.insert(errors.end(), {{"tsv { }", "tsv", 1, "expecting TSV name"},
+                                 {"tsv T { er 1 }", "er", 1, kUnknowField},
+                                 {"tsv T { widths { 1 } }", "widths", 1, kUnknowClass}});
     expectErrors(errors);
 }
 

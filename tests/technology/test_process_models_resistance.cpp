@@ -28,26 +28,6 @@ TEST(ReciprocalInterpolation, HandComputedValuesAndFailures) {
     EXPECT_EQ(reciprocalInterpolation(1.0, 2.0, 1.0, 10.0, 3.0, 0), -1.0);
 }
 
-TEST(RPSQWidthSpacingModel, OneAxisTables) {
-    RPSQWidthSpacingModel w;
-    w.widths = {1.0, 3.0};
-    w.values = {2.0, 6.0};
-    EXPECT_NEAR(w.getRPSQ(2.0, 123.0), 4.0, 1e-12);  // on 1/w
-    EXPECT_DOUBLE_EQ(w.getRPSQ(0.5, 0.0), 2.0);
-    EXPECT_DOUBLE_EQ(w.getRPSQ(10.0, 0.0), 6.0);
-
-    RPSQWidthSpacingModel s;
-    s.spacings = {1.0, 3.0};
-    s.values = {2.0, 6.0};
-    EXPECT_NEAR(s.getRPSQ(123.0, 2.0), 3.0, 1e-12);  // on s
-    EXPECT_DOUBLE_EQ(s.getRPSQ(0.0, 0.1), 2.0);
-    EXPECT_DOUBLE_EQ(s.getRPSQ(0.0, 9.0), 6.0);
-
-    EXPECT_EQ(RPSQWidthSpacingModel().getRPSQ(1.0, 1.0), -1.0);
-    s.values.push_back(1.0);
-    EXPECT_EQ(s.getRPSQ(1.0, 1.0), -1.0);
-}
-
 TEST(RPSQWidthSpacingModel, TwoAxesSpacingFirstThenWidth) {
     // Row w=1: 2 6; row w=3: 4 12.
     RPSQWidthSpacingModel m;
@@ -69,16 +49,6 @@ TEST(RPSQWidthSpacingModel, TwoAxesSpacingFirstThenWidth) {
     EXPECT_NEAR(c->getRPSQ(2.0, 2.0), 4.8, 1e-12);
 }
 
-TEST(RPSQSIWidthModel, LinearHeldAtEnds) {
-    RPSQSIWidthModel m;
-    EXPECT_EQ(m.getRPSQ(1.0), -1.0);
-    m.widths = {1.0, 2.0};
-    m.values = {10.0, 20.0};
-    EXPECT_TRUE(near({m.getRPSQ(1.25), m.getRPSQ(0.5), m.getRPSQ(3.0)}, {12.5, 10, 20}));
-    m.widths = {1.0, 1.0 + 1e-10};
-    EXPECT_EQ(m.getRPSQ(1.0), -1.0);
-}
-
 TEST(PRVWidthLength, BilinearInsideAndAreaScaledOutside) {
     // rpv = 8 / (w l) at the four corners.
     PRVWidthLength m;
@@ -97,39 +67,6 @@ TEST(PRVWidthLength, BilinearInsideAndAreaScaledOutside) {
     EXPECT_EQ(m.getRPV(1.0, 1.0), -1.0);
 }
 
-TEST(ViaRPVAreaModel, ConductanceInterpolationAndEnds) {
-    ViaRPVAreaModel m;
-    EXPECT_EQ(m.getResist(1.0), 0.0);
-    m.pairs = {{1.0, 10.0}, {3.0, 2.0}};
-    // 1 / (((3 - 2) / 10 + (2 - 1) / 2) / 2) = 1 / 0.3
-    EXPECT_NEAR(m.getResist(2.0), 10.0 / 3.0, 1e-12);
-    EXPECT_TRUE(near({m.getResist(1.0), m.getResist(3.0), m.getResist(0.5), m.getResist(6.0)},
-                     {10, 2, 10, 2}));
-    // Not by area: outside the table the resistance scales with the area.
-    m.by_area = 0;
-    EXPECT_TRUE(near({m.getResist(0.5), m.getResist(6.0)}, {20, 1}));
-    EXPECT_NEAR(m.getResist(2.0), 10.0 / 3.0, 1e-12);
-
-    ViaRPVAreaModel one;
-    one.pairs = {{2.0, 5.0}};
-    EXPECT_TRUE(near({one.getResist(1.0), one.getResist(2.0), one.getResist(4.0)}, {5, 5, 5}));
-    one.by_area = 0;
-    EXPECT_TRUE(near({one.getResist(1.0), one.getResist(4.0)}, {10, 2.5}));
-    std::unique_ptr<ViaRPVAreaModel> c(one.clone());
-    one.reset();
-    EXPECT_EQ(one.by_area, 1);
-    EXPECT_EQ(one.getResist(4.0), 0.0);
-    EXPECT_DOUBLE_EQ(c->getResist(4.0), 2.5);
-}
-
-TEST(ViaSpacingModel, MovesWithTheConductorEdges) {
-    // Edges 0 and 100 move to 10 and 90.
-    for (const auto& [x, want] : std::vector<std::pair<double, double>>{
-             {50, 50}, {25, 30}, {0, 10}, {100, 90}, {-5, 5}, {120, 110}})
-        EXPECT_DOUBLE_EQ(ViaSpacingModel::eval(x, 0, 100, 10, 90), want) << x;
-    EXPECT_DOUBLE_EQ(ViaSpacingModel::eval(7, 5, 5, 8, 9), 10.0);
-}
-
 namespace {
 
 struct Layer {
@@ -140,40 +77,3 @@ struct Layer {
 };
 
 }  // namespace
-
-TEST(LayerOffsetCompat, ConductorBasesMoveByEntriesBelowTheirTop) {
-    LayerOffsetCompat offsets;
-    offsets.addLayerOffset("M2", 3.6, 0.2);  // above M2's top at entry: not applied
-    offsets.addLayerOffset("M2", 3.4, 0.3);
-    offsets.addLayerOffset("M1", 1.2, 0.1);
-    offsets.addLayerOffset("", 0.0, 5.0);  // unnamed entries match no conductor
-    std::vector<Layer> conductors = {
-        {0, "M1", 1.0, 0.5}, {0, "M2", 3.0, 0.5}, {1, "M1", 1.0, 0.5}, {0, "", 0.0, 10.0}};
-    offsets.applyCondOffset(conductors, 0);
-    // The third is on the other side; the last gets every named entry below 10.
-    EXPECT_TRUE(
-        near({conductors[0].base, conductors[1].base, conductors[2].base, conductors[3].base},
-             {1.1, 3.3, 1.0, 0.6}));
-
-    // The reference lifts the top: M2's entry at 3.6 now counts.
-    std::vector<Layer> lifted = {{0, "M2", 3.0, 0.5}};
-    offsets.reference = 0.2;
-    offsets.applyCondOffset(lifted, 0);
-    EXPECT_DOUBLE_EQ(lifted[0].base, 3.5);
-}
-
-TEST(LayerOffsetCompat, DielectricsGrowOrMove) {
-    LayerOffsetCompat offsets;
-    offsets.addLayerOffset("X", 0.5, 0.1);  // below the bottom: base
-    offsets.addLayerOffset("", 2.0, 0.2);   // inside: thickness
-    offsets.addLayerOffset("", 3.5, 0.4);   // above the top: nothing
-    std::vector<Layer> diel = {{1, "D", 1.0, 2.0}, {0, "D", 1.0, 2.0}};
-    offsets.applyDielOffset(diel, 1);
-    EXPECT_TRUE(near({diel[0].base, diel[0].thickness, diel[1].base, diel[1].thickness},
-                     {1.1, 2.2, 1.0, 2.0}));
-
-    std::unique_ptr<LayerOffsetCompat> c(offsets.clone());
-    offsets.reset();
-    EXPECT_TRUE(offsets.entries.empty());
-    EXPECT_EQ(c->entries.size(), 3u);
-}
