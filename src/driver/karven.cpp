@@ -8,6 +8,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "driver/provenance.h"
 #include "patterns/derived.h"
 #include "patterns/parameters.h"
 #include "runtime/failure.h"
@@ -110,13 +111,26 @@ void Karven::generate(const KarvenConfig& config, const MCTF::MiniCTF& ctf) {
     if (!makeFolders(folder)) throw FatalError("Error: Unable to create folder " + folder);
 
     auto start = std::chrono::steady_clock::now();
+    RunTotals totals;
+    totals.start = std::chrono::system_clock::now();
     int solves = 0;
     // The run executes one family; the others are reachable through the factory only.
     for (const std::string name : {"Random"}) {
         std::unique_ptr<GenericStructure> family = PatternFactory::create(name);
-        if (auto* random = dynamic_cast<Random*>(family.get())) random->long_run = longRun(config);
+        auto* random = dynamic_cast<Random*>(family.get());
+        if (random != nullptr) {
+            random->long_run = longRun(config);
+            // The digest of the file the stack was read from, before a long run could see it
+            // change.
+            totals.technology = technologyIdentity(config.ctf_path);
+        }
         json family_params = params.value(name, json::object());
         solves = family->populate(config.output_path, ctf, family_params, config.extraction);
+        if (random != nullptr) {
+            totals.end = std::chrono::system_clock::now();
+            totals.samples_written = solves;
+            writeMetadata(config.output_path, runMetadata(config, *random, totals));
+        }
     }
     auto end = std::chrono::steady_clock::now();
     auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(end - start).count();

@@ -2,6 +2,7 @@
 // The run driver: the command line's settings and the run sequence.
 
 #include <string>
+#include <vector>
 
 #include "patterns/generic.h"
 #include "patterns/journal.h"
@@ -14,6 +15,7 @@ struct KarvenConfig {
     KARVEN::ExtractionConfig extraction;
     bool resume = false;  // --resume: finish the run in the journal beside the output
     std::string shard;    // "k/n" of --shard; empty for the whole run
+    std::vector<std::string> command_line;  // the arguments as given, for the run's record
 };
 
 namespace KARVEN {
@@ -25,8 +27,9 @@ class Karven {
 public:
     // Runs the whole job: checks the command line's settings, reads the stack and the
     // parameters, makes the output folder, lets the family "Random" produce its output and
-    // prints the totals. Every failure leaves as an exception, KARVEN::FatalError for the
-    // expected ones; no output file is left behind then, and an older one stays as it was.
+    // prints the totals; a run of "Random" also writes OUT.meta.json beside its output OUT. Every
+    // failure leaves as an exception, KARVEN::FatalError for the expected ones; no output or
+    // metadata file is left behind then, and older ones stay as they were.
     static void generate(const KarvenConfig& config);
 
     // The run after the stack is read: parameters, output folder, the family, the totals line.

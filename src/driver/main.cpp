@@ -10,6 +10,7 @@
 
 int main(int argc, char** argv) {
     KarvenConfig config;
+    config.command_line.assign(argv, argv + argc);
     CLI::App app{"KARVEN: Pattern Generator", ""};
     config.extraction.nthreads = omp_get_max_threads();
 

@@ -31,12 +31,12 @@ Pattern Random::actualStructure(const Layers&, const std::array<double, 4>&) {
 
 int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, const json& params,
                      const ExtractionConfig& config) {
-    return populate(output_path, ctf, params, config, fieldSolver());
+    return populate(output_path, ctf, params, config, countingSolver(tally));
 }
 
 int Random::populate_with_structure_input(const std::string& output_path, const MCTF::MiniCTF& ctf,
                                           const json& params, const ExtractionConfig& config) {
-    return populate_with_structure_input(output_path, ctf, params, config, fieldSolver());
+    return populate_with_structure_input(output_path, ctf, params, config, countingSolver(tally));
 }
 
 PatternResult Random::solve_pattern_full_matrix(Pattern& pattern, const MCTF::MiniCTF& ctf,
@@ -198,6 +198,16 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     }
     Wc = std::min(B, Wc);
     std::cout << "[INFO] conductor window=" << Wc << ", boundary window=" << B << std::endl;
+    effective_parameters = {{"structure_input", ""},
+                            {"nsamples", nsamples},
+                            {"nlayers", nlayers},
+                            {"poisson_lambda", lambda},
+                            {"exponent_base", exponent_base},
+                            {"fixed_layers", fixed_layers},
+                            {"window", B},
+                            {"conductor_window", Wc},
+                            {"window_layer", wanted}};
+    usable_layers = layers;
 
     std::atomic<int> nlayers_cell{std::min(static_cast<int>(layers.size()), nlayers)};
     if (fixed_layers.empty()) {
@@ -412,6 +422,8 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
                          " in \"Random\": must be above 0 with a structure file");
     }
     if (structures.empty()) throw FatalError("Error: structure file " + path + " holds no lines");
+    effective_parameters = {{"structure_input", path}, {"window", B}};
+    usable_layers = layers;
     for (size_t i = 0; i < structures.size(); ++i) {
         checkStructure(structures[i], path + ", line " + std::to_string(line_numbers[i]), layers,
                        B);

@@ -48,6 +48,12 @@ public:
 
     // The share of the samples this run draws, whether it resumes, the technology file.
     LongRun long_run;
+    // Set by populate for the run's record: every parameter key read, with its value after
+    // defaults and the automatic window search; the usable layers, bottom-up.
+    json effective_parameters = json::object();
+    Layers usable_layers;
+    // The solves of populate's in-process solver (not of a solver passed in).
+    SolveTally tally;
 };
 
 // Returns the JSON documents of a JSON-lines file, one per line that is not blank, and their line

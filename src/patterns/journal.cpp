@@ -49,8 +49,6 @@ int writeFully(int fd, const std::string& text) {
     return 0;
 }
 
-void writeLinesAtomically(const std::string& path, const std::vector<std::string>& lines);
-
 // Returns the whole content of `path`; throws when it cannot be read.
 std::string readAll(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -322,10 +320,6 @@ void SampleJournal::finish(SampleOutput& out) {
     if (unlink(path_.c_str()) != 0) failErrno("Unable to remove " + path_, errno);
 }
 
-namespace {
-
-// Writes `lines` to `path` through a temporary file beside it that is renamed when complete.
-// Throws FatalError when any write fails; `path` is then untouched.
 void writeLinesAtomically(const std::string& path, const std::vector<std::string>& lines) {
     const std::string temp = path + ".part";
     const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
@@ -341,8 +335,6 @@ void writeLinesAtomically(const std::string& path, const std::vector<std::string
         failErrno("Unable to write " + path, error);
     }
 }
-
-}  // namespace
 
 std::vector<std::string> mergeShards(const std::vector<std::string>& files) {
     if (files.empty()) fail("Error: no shard files given");

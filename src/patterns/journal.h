@@ -119,6 +119,11 @@ private:
     mutable std::mutex mutex_;
 };
 
+// Writes `lines`, each with a line feed, to `path` through a temporary file beside it,
+// "<path>.part", that is flushed and renamed when complete. Throws FatalError when any write
+// fails; `path` is then untouched and the temporary file removed.
+void writeLinesAtomically(const std::string& path, const std::vector<std::string>& lines);
+
 // Checks that `files` are shard sample files of one run (each with its OUT.header, all headers
 // alike but for the shard index, every index from 0 to nsamples - 1 exactly once) and returns
 // their lines in id order. Throws with a message naming the file, line and id at fault.

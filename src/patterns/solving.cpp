@@ -19,6 +19,22 @@ const FieldSolver& fieldSolver() {
     return solver;
 }
 
+FieldSolver countingSolver(SolveTally& tally) {
+    return
+        [&tally](const std::vector<Rect>& wires, const std::vector<std::array<double, 2>>& layers,
+                 const std::vector<ConformalRect>& dielectrics, const Rect& window,
+                 double precision, int seed) {
+            RW2D_API::WalkCount count;
+            std::vector<double> result = RW2D_API::extract_capacitance_counted(
+                wires, layers, dielectrics, window, precision, seed, count);
+            // Once per solve, never per walk: the counters stay off the walkers' path.
+            tally.solves.fetch_add(1, std::memory_order_relaxed);
+            tally.walks.fetch_add(count.walks, std::memory_order_relaxed);
+            tally.hops.fetch_add(count.hops, std::memory_order_relaxed);
+            return result;
+        };
+}
+
 Rect solveWindow(double window, const MCTF::MiniCTF& ctf) {
     return Rect{-window / 2, ctf.substrate.z_top, window / 2,
                 ctf.dielectric_layers.back().z_top + 100.0};

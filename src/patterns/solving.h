@@ -3,6 +3,8 @@
 // correction that makes a noisy capacitance matrix symmetric with zero row sums.
 
 #include <array>
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -22,6 +24,17 @@ using FieldSolver = std::function<std::vector<double>(
 
 // Returns the in-process random-walk solver.
 const FieldSolver& fieldSolver();
+
+// What a run's solves cost: solver calls, walks and hops, summed as each solve ends.
+struct SolveTally {
+    std::atomic<std::uint64_t> solves{0};
+    std::atomic<std::uint64_t> walks{0};
+    std::atomic<std::uint64_t> hops{0};
+};
+
+// Returns the in-process solver adding each call's solve, walks and hops to `tally`, which must
+// outlive the returned function.
+FieldSolver countingSolver(SolveTally& tally);
 
 // The solve domain of a pattern: x across the family's window, y from the substrate top to
 // 100 above the last dielectric.

@@ -11,6 +11,15 @@ std::vector<double> extract_capacitance(
     const std::vector<std::array<double, 2>>& layers,
     const std::vector<std::pair<double, std::array<double, 4>>>& dielectrics,
     const std::array<double, 4>& window, double precision, int seed) {
+    WalkCount unused;
+    return extract_capacitance_counted(wires, layers, dielectrics, window, precision, seed, unused);
+}
+
+std::vector<double> extract_capacitance_counted(
+    const std::vector<std::array<double, 4>>& wires,
+    const std::vector<std::array<double, 2>>& layers,
+    const std::vector<std::pair<double, std::array<double, 4>>>& dielectrics,
+    const std::array<double, 4>& window, double precision, int seed, WalkCount& count) {
     using RW2D::Rectangle;
     std::vector<Rectangle> rects;
     rects.reserve(wires.size());
@@ -21,7 +30,10 @@ std::vector<double> extract_capacitance(
     const RW2D::Config config =
         RW2D::Config::for_entry(precision, static_cast<std::uint32_t>(seed));
     RW2D::MCManager manager;
-    return manager.estimate(rects, layers, diel, Rectangle::from_array(window), config);
+    std::vector<double> result =
+        manager.estimate(rects, layers, diel, Rectangle::from_array(window), config);
+    count = {manager.last_walks, manager.last_hops};
+    return result;
 }
 
 }  // namespace RW2D_API

@@ -2,6 +2,7 @@
 // The solver's single in-process entry for the pattern generator.
 
 #include <array>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -21,5 +22,19 @@ std::vector<double> extract_capacitance(
     const std::vector<std::array<double, 2>>& layers,
     const std::vector<std::pair<double, std::array<double, 4>>>& dielectrics,
     const std::array<double, 4>& window, double precision, int seed);
+
+// The work of one solve: its walks (companion pairs counted once) and their hops; both 0 when
+// the external solver answered or no wire was left to solve.
+struct WalkCount {
+    std::uint64_t walks = 0;
+    std::uint64_t hops = 0;
+};
+
+// As extract_capacitance, and puts the solve's walks and hops into `count`.
+std::vector<double> extract_capacitance_counted(
+    const std::vector<std::array<double, 4>>& wires,
+    const std::vector<std::array<double, 2>>& layers,
+    const std::vector<std::pair<double, std::array<double, 4>>>& dielectrics,
+    const std::array<double, 4>& window, double precision, int seed, WalkCount& count);
 
 }  // namespace RW2D_API

@@ -315,6 +315,9 @@ std::vector<double> MCManager::estimate(
     Debugger::log("avg hop: ", fixed(global->hops_per_walk()));
 
     global->seconds = elapsed;
+    last_walks = global->total_walks();
+    last_hops = 0;
+    for (const std::uint64_t h : global->hops) last_hops += h;
 
     const double f = global->scale * EPS0_FF;
     for (std::size_t k = 0; k < nets->nets.size(); ++k) {

@@ -71,6 +71,9 @@ public:
     double precision = 0.01;
     std::uint64_t max_walks = 1000000000ULL;
     bool combine = false;
+    // Totals of the last estimate: walks as total_walks() counts them, and their hops.
+    std::uint64_t last_walks = 0;
+    std::uint64_t last_hops = 0;
 
     // Renders a result as text in one of four forms.
     struct Reporter {
