@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "jobs/text_parser.h"
 #include "runtime/pargument.h"
 
 namespace jobs_test {
@@ -36,7 +37,26 @@ protected:
         std::ofstream(p) << text;
         return p.string();
     }
+    // Returns what `f` returns; the logger's output lands in `log`, also when `f` throws.
+    template <class F>
+    auto logged(F f) {
+        testing::internal::CaptureStdout();
+        try {
+            auto r = f();
+            log = testing::internal::GetCapturedStdout();
+            return r;
+        } catch (...) {
+            log = testing::internal::GetCapturedStdout();
+            throw;
+        }
+    }
+    // Reads `text` as a job file named `name` into `t`; returns the reader's result.
+    bool readJob(const std::string& text, Task& t, const std::string& name = "job.cmd") {
+        const std::string path = write(name, text);
+        return logged([&] { return TextParser::parseDravixCmd(path.c_str(), t); });
+    }
     std::filesystem::path dir;
+    std::string log;
 };
 
 }  // namespace jobs_test

@@ -47,26 +47,16 @@ Corpus makeCorpus(const std::filesystem::path& dir) {
     return corpus;
 }
 
-// Loads `text` as a network file: 1 loaded, 0 runtime_error. The nets come back in `nets`.
-int loadNetwork(const std::filesystem::path& path, const std::string& text,
-                std::vector<RNetwork>& nets) {
+// Loads `text` as a network (or DSPF) file: 1 loaded, 0 runtime_error. The nets land in `nets`.
+int load(const std::filesystem::path& dir, bool network, const std::string& text,
+         std::vector<RNetwork>& nets) {
+    const auto path = dir / (network ? "t.rn" : "t.spf");
     rtest::writeText(path, text);
-    RNLoader loader;
     std::vector<RLayer> layers;
     std::vector<double> values;
     try {
-        return loader.load(path.string(), nets, layers, values);
-    } catch (const std::runtime_error&) {
-        return 0;
-    }
-}
-
-int loadDspf(const std::filesystem::path& path, const std::string& text,
-             std::vector<RNetwork>& nets) {
-    rtest::writeText(path, text);
-    RDspfLoader loader;
-    try {
-        loader.load(path.string(), nets);
+        if (network) return RNLoader().load(path.string(), nets, layers, values);
+        RDspfLoader().load(path.string(), nets);
         return 1;
     } catch (const std::runtime_error&) {
         return 0;
@@ -98,32 +88,19 @@ bool consistent(const std::vector<RNetwork>& nets) {
 TEST(FormatsFuzz, EveryCutOfAValidFileFailsUnlessOnlyTheLastLineEndIsLost) {
     const auto dir = rtest::tempDir();
     const Corpus corpus = makeCorpus(dir);
-    for (const std::string& full : corpus.networks) {
-        std::vector<RNetwork> whole;
-        ASSERT_EQ(loadNetwork(dir / "t.rn", full, whole), 1);
-        const size_t complete = full.rfind("</NET>") + 6;  // the text after it is line ends only
-        for (size_t cut = 0; cut < full.size(); ++cut) {
-            std::vector<RNetwork> nets;
-            const int ok = loadNetwork(dir / "t.rn", full.substr(0, cut), nets);
-            ASSERT_EQ(ok, cut >= complete ? 1 : 0) << "cut at " << cut;
-            if (ok) {
-                EXPECT_EQ(resistors(nets), resistors(whole));
+    for (bool network : {true, false})
+        for (const std::string& full : network ? corpus.networks : corpus.dspfs) {
+            std::vector<RNetwork> whole;
+            ASSERT_EQ(load(dir, network, full, whole), 1);
+            // Past the last net's end (or ".ENDS") only line ends are left.
+            const size_t complete = network ? full.rfind("</NET>") + 6 : full.rfind(".ENDS") + 5;
+            for (size_t cut = 0; cut < full.size(); ++cut) {
+                std::vector<RNetwork> nets;
+                const int ok = load(dir, network, full.substr(0, cut), nets);
+                ASSERT_EQ(ok, cut >= complete ? 1 : 0) << "cut at " << cut;
+                EXPECT_EQ(ok ? resistors(nets) : resistors(whole), resistors(whole));
             }
         }
-    }
-    for (const std::string& full : corpus.dspfs) {
-        std::vector<RNetwork> whole;
-        ASSERT_EQ(loadDspf(dir / "t.spf", full, whole), 1);
-        const size_t complete = full.rfind(".ENDS") + 5;
-        for (size_t cut = 0; cut < full.size(); ++cut) {
-            std::vector<RNetwork> nets;
-            const int ok = loadDspf(dir / "t.spf", full.substr(0, cut), nets);
-            ASSERT_EQ(ok, cut >= complete ? 1 : 0) << "cut at " << cut;
-            if (ok) {
-                EXPECT_EQ(resistors(nets), resistors(whole));
-            }
-        }
-    }
 }
 
 TEST(FormatsFuzz, RandomByteDamageLoadsConsistentlyOrFails) {
@@ -153,8 +130,7 @@ TEST(FormatsFuzz, RandomByteDamageLoadsConsistentlyOrFails) {
                 if (text.empty()) text = "x";
             }
             std::vector<RNetwork> nets;
-            const int ok = network ? loadNetwork(dir / "f.rn", text, nets)
-                                   : loadDspf(dir / "f.spf", text, nets);
+            const int ok = load(dir, network, text, nets);
             SCOPED_TRACE("seed " + std::to_string(seed) + " iteration " + std::to_string(iter));
             if (ok) {
                 ASSERT_TRUE(consistent(nets));

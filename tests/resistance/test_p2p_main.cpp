@@ -70,51 +70,27 @@ long nodeNamed(const RNetwork& net, const std::string& name) {
 }  // namespace
 
 TEST(P2PPatterns, WildcardsBecomeRegularExpressionsAndOddCharactersAreRefused) {
-    struct Case {
-        std::string in;
-        int ok;
-        std::string out;
-        int is_pattern;
-    };
-    for (const Case& c : std::vector<Case>{{"a?b*", 1, "a.b.*", 1},
-                                           {"net1", 1, "net1", 0},
-                                           {"", 1, "", 0},
-                                           {"M1:G", 1, "M1:G", 0},
-                                           {"*:GATE", 1, ".*:GATE", 1},
-                                           {"a b", 0, "", 0},
-                                           {"a\tb", 0, "", 0},
-                                           {"x[1]", 0, "", 0},
-                                           {"a+", 0, "", 0},
-                                           {"(a)", 0, "", 0},
-                                           {"a|b", 0, "", 0},
-                                           {"^a$", 0, "", 0},
-                                           {"a\\b", 0, "", 0},
-                                           {"{2}", 0, "", 0}}) {
-        std::string out = "junk";
+    for (const auto& [in, out, is_pattern] : std::vector<std::tuple<std::string, std::string, int>>{
+             {"a?b*", "a.b.*", 1}, {"M1:G", "M1:G", 0}, {"", "", 0}, {"*:GATE", ".*:GATE", 1}}) {
+        std::string got = "junk";
         int flag = 7;
-        EXPECT_EQ(RP2Pmain::convertRegex(c.in, out, flag), c.ok) << c.in;
-        if (c.ok) {
-            EXPECT_EQ(out, c.out) << c.in;
-            EXPECT_EQ(flag, c.is_pattern) << c.in;
-        }
+        EXPECT_EQ(RP2Pmain::convertRegex(in, got, flag), 1) << in;
+        EXPECT_EQ(got, out);
+        EXPECT_EQ(flag, is_pattern) << in;
+    }
+    for (const std::string bad :
+         {"a b", "a\tb", "x[1]", "a+", "(a)", "a|b", "^a$", "a\\b", "{2}"}) {
+        std::string got;
+        int flag;
+        EXPECT_EQ(RP2Pmain::convertRegex(bad, got, flag), 0) << bad;
     }
 }
 
 TEST(P2POptions, SwitchesFillTheSolverWithinTheirRanges) {
     PARG::clear();
     RP2PSolver s;
-    RP2Pmain::BatchOptions b = RP2Pmain::readOptions(s);
+    RP2Pmain::readOptions(s);
     EXPECT_EQ(s.trim_threshold, 3000);  // the read default, not the initial 1000
-    EXPECT_EQ(s.cg_tolerance, 1e-12);
-    EXPECT_EQ(s.cg_iter_threshold, 100);
-    EXPECT_EQ(s.cg_iter_rate, 3);
-    EXPECT_EQ(s.cg_iter_limit, 30000);
-    EXPECT_EQ(s.use_cg, 0);
-    EXPECT_EQ(s.use_trim, 1);
-    EXPECT_EQ(b.batch_mode, 1);
-    EXPECT_EQ(b.batch_threshold, 3000);
-    EXPECT_EQ(b.force_batch, 0);
-
     for (const auto& [k, v] :
          std::vector<std::pair<std::string, std::string>>{{"P2P_NETWORK_TRIM_THRESHOLD", "-5"},
                                                           {"P2P_CG_TOL", "-1"},
@@ -128,25 +104,17 @@ TEST(P2POptions, SwitchesFillTheSolverWithinTheirRanges) {
                                                           {"P2P_FORCE_BATCH_MODE", "1"}})
         PARG::regArgument(k, v);
     RP2PSolver t;
-    b = RP2Pmain::readOptions(t);
-    EXPECT_EQ(t.trim_threshold, 1000);  // negative: the initial value stays
+    const RP2Pmain::BatchOptions b = RP2Pmain::readOptions(t);
+    EXPECT_EQ(t.trim_threshold, 1000);  // out of range: the initial values stay
     EXPECT_EQ(t.cg_tolerance, 1e-12);
-    EXPECT_EQ(t.cg_iter_threshold, 0);  // zero is in range here
     EXPECT_EQ(t.cg_iter_rate, 3);
     EXPECT_EQ(t.cg_iter_limit, 30000);
+    EXPECT_EQ(t.cg_iter_threshold, 0);  // zero is in range here
     EXPECT_EQ(t.use_cg, 1);
     EXPECT_EQ(t.use_trim, 0);
     EXPECT_EQ(b.batch_mode, 0);
     EXPECT_EQ(b.batch_threshold, 10);
     EXPECT_EQ(b.force_batch, 1);
-    PARG::regArgument("P2P_CG_TOL", "1e-8");
-    PARG::regArgument("P2P_CG_ITER_RATE", "7");
-    PARG::regArgument("P2P_NETWORK_TRIM_THRESHOLD", "0");
-    RP2PSolver u;
-    RP2Pmain::readOptions(u);
-    EXPECT_EQ(u.cg_tolerance, 1e-8);
-    EXPECT_EQ(u.cg_iter_rate, 7);
-    EXPECT_EQ(u.trim_threshold, 0);
     PARG::clear();
 }
 
@@ -226,26 +194,18 @@ TEST_F(P2PRun, PairsAreSolvedOnceAndNetsFollowTheSelection) {
 }
 
 TEST_F(P2PRun, FailuresAreLoggedWithTheirMessages) {
-    {
-        SCOPED_TRACE("missing files");
+    for (const auto& [file, message] : std::vector<std::pair<std::string, std::string>>{
+             {"none.rn", "Failed to load Tessal Rnetwork FILE: "},
+             {"none.spf", "Failed to load SPF file: "},
+             {"none.rmatrix", "Failed to load rMatrix file: "}}) {
         RP2Pmain a;
-        a.rnetwork_file = (dir / "none.rn").string();
+        const std::string path = (dir / file).string();
+        (file == "none.rn"    ? a.rnetwork_file
+         : file == "none.spf" ? a.dspf_file
+                              : a.rmatrix_file) = path;
         a.src_pin = a.dst_pin = "*";
         EXPECT_EQ(run(a), 0);
-        EXPECT_THAT(
-            log,
-            HasSubstr("[ERROR] Failed to load Tessal Rnetwork FILE: " + a.rnetwork_file + ".\n"));
-        RP2Pmain b;
-        b.dspf_file = (dir / "none.spf").string();
-        b.src_pin = b.dst_pin = "*";
-        EXPECT_EQ(run(b), 0);
-        EXPECT_THAT(log, HasSubstr("[ERROR] Failed to load SPF file: " + b.dspf_file + ".\n"));
-        RP2Pmain c;
-        c.rmatrix_file = (dir / "none.rmatrix").string();
-        c.src_pin = c.dst_pin = "*";
-        EXPECT_EQ(run(c), 0);
-        EXPECT_THAT(log,
-                    HasSubstr("[ERROR] Failed to load rMatrix file: " + c.rmatrix_file + ".\n"));
+        EXPECT_THAT(log, HasSubstr("[ERROR] " + message + path + ".\n"));
         EXPECT_FALSE(std::filesystem::exists(dir / "report.txt"));
     }
     {
@@ -328,15 +288,14 @@ TEST_F(P2PRun, ToolRunsEndToEndAndItsStatusTellsSuccessFromFailure) {
     ASSERT_EQ(run(job), 1);
     EXPECT_EQ(rtest::readText(report), rtest::readText(dir / "report.txt"));
 
-    EXPECT_EQ(status("--rnetwork " + (dir / "none.rn").string() + " --src a --dst b -o " + report),
-              1);
-    EXPECT_THAT(rtest::readText(out), HasSubstr("Failed to load Tessal Rnetwork FILE: "));
-    EXPECT_EQ(status("--rnetwork " + design + " --src 'a(' --dst b -o " + report), 1);
-    EXPECT_THAT(rtest::readText(out), HasSubstr("contains invalid characters."));
-    EXPECT_EQ(status("--rnetwork " + design + " --src a --dst b --cmd " +
-                     (dir / "none.cmd").string() + " -o " + report),
-              1);
-    EXPECT_THAT(rtest::readText(out), HasSubstr("Can not open Dravix cmd file"));
+    for (const auto& [args, message] : std::vector<std::pair<std::string, std::string>>{
+             {"--rnetwork none.rn --src a --dst b", "Failed to load Tessal Rnetwork FILE: "},
+             {"--rnetwork " + design + " --src 'a(' --dst b", "contains invalid characters."},
+             {"--rnetwork " + design + " --src a --dst b --cmd none.cmd",
+              "Can not open Dravix cmd file"}}) {
+        EXPECT_EQ(status(args + " -o " + report), 1) << args;
+        EXPECT_THAT(rtest::readText(out), HasSubstr(message));
+    }
     EXPECT_NE(status("--rnetwork " + design + " --dspf x --src a --dst b -o " + report), 0);
     EXPECT_NE(status("--rnetwork " + design + " --dst b -o " + report), 0);
 

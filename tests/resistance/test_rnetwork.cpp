@@ -95,6 +95,11 @@ std::vector<RNetwork> readDesign(const std::filesystem::path& path, double scale
     std::vector<RLayer> layers;
     std::vector<double> values;
     EXPECT_EQ(loader.load(path.string(), nets, layers, values), 1);
+    if (!layers.empty()) {
+        EXPECT_EQ(values, kLayerValues);
+        EXPECT_EQ(layers[1].name, "VIA1");
+        EXPECT_EQ(layers[1].number, 2);
+    }
     return nets;
 }
 
@@ -104,21 +109,13 @@ TEST(RNetworkFile, WritesTheExactText) {
     const auto dir = rtest::tempDir();
     auto nets = smallDesign();
     EXPECT_EQ(writeDesign(dir / "d.rn", nets), kSmallText);
-}
-
-TEST(RNetworkFile, WriterSettingsChangeOnlyTheirFields) {
-    const auto dir = rtest::tempDir();
-    auto nets = smallDesign();
     RNWriter w;
-    w.square_unit = true;
-    w.fixed_value = true;
+    w.square_unit = w.fixed_value = true;
     w.value = 7.25;
     ASSERT_EQ(w.write((dir / "f.rn").string(), nets, kLayers, kLayerValues), 1);
     const std::string text = rtest::readText(dir / "f.rn");
     EXPECT_EQ(text.substr(0, 14), "<UNIT SQUARE>\n");
-    EXPECT_THAT(text, ::testing::HasSubstr("\t\t1\t(1000.000000, 0.000000)\t2\n"));
     EXPECT_THAT(text, ::testing::HasSubstr("\t\t0\t1\t7.250000\n\t\t1\t2\t7.250000\n"));
-    EXPECT_THAT(text, ::testing::Not(::testing::HasSubstr("2.500000")));
 }
 
 TEST(RNetworkFile, WriterFailsWithoutWritingAndCountsEntryZero) {
@@ -134,32 +131,6 @@ TEST(RNetworkFile, WriterFailsWithoutWritingAndCountsEntryZero) {
     EXPECT_EQ(rtest::readText(dir / "z.rn"),
               "<UNIT ACTUALITY>\n<TOTAL NETS 1>\n<TECHLAYER NAME>\n</TECHLAYER NAME>\n\n");
     EXPECT_EQ(readDesign(dir / "z.rn").size(), 1u);
-}
-
-TEST(RNetworkFile, ReadsBackTheModelWithGapsAsRemovedNodes) {
-    const auto dir = rtest::tempDir();
-    auto nets = smallDesign();
-    writeDesign(dir / "d.rn", nets);
-    RNLoader loader;
-    loader.scale = 0.001;
-    std::vector<RNetwork> back;
-    std::vector<RLayer> layers;
-    std::vector<double> values;
-    ASSERT_EQ(loader.load((dir / "d.rn").string(), back, layers, values), 1);
-    EXPECT_FALSE(loader.square_unit);
-    ASSERT_EQ(layers.size(), 2u);
-    EXPECT_EQ(layers[1].name, "VIA1");
-    EXPECT_EQ(layers[1].number, 2);
-    EXPECT_EQ(values, (std::vector<double>{0.08, -1.0}));
-    ASSERT_EQ(back.size(), 3u);
-    EXPECT_EQ(back[1].nodes, nets[1].nodes);
-    EXPECT_EQ(back[1].node_layers, nets[1].node_layers);
-    EXPECT_EQ(back[1].node_names, nets[1].node_names);
-    EXPECT_EQ(back[1].res_value, (std::vector<double>{2.5, 0.001}));  // floored when written
-    EXPECT_EQ(back[2].removed_nodes, std::set<long>{1});
-    EXPECT_EQ(back[2].nodes[2], std::make_pair(40, -70));
-    EXPECT_EQ(back[2].res_from, (std::vector<long>{0, 1}));
-    EXPECT_EQ(back[2].res_to, (std::vector<long>{1, 2}));
 }
 
 TEST(RNetworkFile, WriteReadWriteGivesIdenticalBytes) {
@@ -204,44 +175,24 @@ TEST(RNetworkFile, EveryKindOfDamageEndsTheLoadNamingFileAndLine) {
     };
     const std::vector<Case> cases = {
         {"unit line", replace("<UNIT ACTUALITY>", "<UNIT FEET>"), "header"},
-        {"total not a number", replace("<TOTAL NETS 3>", "<TOTAL NETS 3x>"), "header"},
-        {"negative total", replace("<TOTAL NETS 3>", "<TOTAL NETS -3>"), "header"},
         {"absurd total", replace("<TOTAL NETS 3>", "<TOTAL NETS 900000000000>"), "nets of"},
         {"total too small", replace("<TOTAL NETS 3>", "<TOTAL NETS 2>"), "out of range"},
-        {"layer section tag", replace("<TECHLAYER NAME>\n", "<TECHLAYER>\n"), "header"},
-        {"layer line words", replace("\tVIA1\t2\n", "\tVIA1\t2\t1\t1\n"), "header"},
         {"layer value", replace("\tM1\t1\t0.080000", "\tM1\t1\t0.08z"), "header"},
-        {"net tag", replace("<NET B>", "<NETT B>"), "<NET "},
-        {"net id", replace("<NETID 2>", "<NETID two>"), "<NETID "},
         {"net id zero", replace("<NETID 2>", "<NETID 0>"), "out of range"},
         {"net id order", replace("<NETID 1>", "<NETID 2>"), "out of order"},
-        {"name section", replace("\t<NODE NAME>\n\t\t0", "\t<NODENAME>\n\t\t0"), "NODE NAME"},
         {"name of unknown node", replace("\t\t2\tuA", "\t\t9\tuA"), "unknown"},
         {"name twice", replace("\t\t2\tuA", "\t\t0\tuA"), "twice"},
-        {"name without id", replace("\t\t2\tuA", "\t\tuA"), "needs an id and a name"},
-        {"name with a bad id", replace("\t\t2\tuA", "\t\t2x\tuA"), "invalid node id"},
-        {"node section", replace("\t<NODE>\n\t\t0\t(0.0", "\t<NODES>\n\t\t0\t(0.0"), "<NODE>"},
         {"node words", replace("\t\t1\t(1.000000, 0.000000)\t2", "\t\t1\t(1.000000,0.000000)\t2"),
          "4 words"},
-        {"node coordinate", replace("(1.000000, 0.500000)", "(1.0e0.0, 0.500000)"),
-         "invalid number"},
-        {"node bracket", replace("(1.000000, 0.500000)", "1.000000, 0.500000)"), "coordinate"},
         {"node backward", replace("\t\t2\t(1.000000, 0.500000)", "\t\t1\t(1.000000, 0.500000)"),
          "backward"},
-        {"node id absurd", replace("\t\t2\t(0.040000", "\t\t99999999999\t(0.040000"),
-         "out of range"},
         {"node layer", replace("0.500000)\t1", "0.500000)\tM1"), "invalid layer"},
         {"coordinate overflow", replace("(1.000000, 0.500000)", "(1e300, 0.500000)"),
          "out of range"},
-        {"resistor words", replace("\t\t0\t1\t2.500000", "\t\t0\t1"), "3 words"},
-        {"resistor value", replace("2.500000", "2.5ohm"), "invalid number"},
         {"resistor value nan", replace("2.500000", "nan"), "invalid number"},
+        {"resistor value", replace("4.000000", "4.0.0"), " line 35: invalid number \"4.0.0\""},
         {"resistor unknown node", replace("\t\t1\t2\t0.001000", "\t\t1\t3\t0.001000"),
          "unknown node 3"},
-        {"resistor negative node", replace("\t\t1\t2\t0.001000", "\t\t-1\t2\t0.001000"),
-         "unknown node -1"},
-        {"rv section end", replace("\t</RV>\n</NET>\n\n<NET B>", "\t</R>\n</NET>\n\n<NET B>"),
-         "3 words"},
         {"net end", replace("</NET>\n\n<NET B>", "</NETS>\n\n<NET B>"), "</NET>"},
         {"a net missing", good.substr(0, good.find("<NET B>")), "ends after 1 nets of 2"},
     };
@@ -263,27 +214,10 @@ TEST(RNetworkFile, EveryKindOfDamageEndsTheLoadNamingFileAndLine) {
         }
         EXPECT_EQ(nets.size(), 5u);  // untouched on failure
     }
-}
-
-TEST(RNetworkFile, ErrorNamesTheLineOfTheBadNumber) {
-    const auto dir = rtest::tempDir();
-    std::string text = kSmallText;
-    text.replace(text.find("4.000000"), 8, "4.0.0");  // line 35 of the file
-    rtest::writeText(dir / "bad.rn", text);
     RNLoader loader;
     std::vector<RNetwork> nets;
     std::vector<RLayer> layers;
     std::vector<double> values;
-    EXPECT_THROW(
-        {
-            try {
-                loader.load((dir / "bad.rn").string(), nets, layers, values);
-            } catch (const std::runtime_error& e) {
-                EXPECT_THAT(e.what(), ::testing::HasSubstr(" line 35: invalid number \"4.0.0\""));
-                throw;
-            }
-        },
-        std::runtime_error);
     EXPECT_EQ(loader.load((dir / "missing.rn").string(), nets, layers, values), 0);
 }
 
@@ -396,15 +330,6 @@ TEST(RNetworkConnectivity, ConnectGroupsByPortCases) {
         }
         return net;
     };
-    {
-        SCOPED_TRACE("one group with its port: unchanged");
-        RNetwork net = line("n1", 1);
-        net.node_names[2] = "un1";
-        net.checkConnectivity(nullptr);
-        EXPECT_EQ(net.connectGroupsByPort(), 1);
-        EXPECT_EQ(net.nodeCount(), 3);
-        EXPECT_EQ(net.res_from.size(), 2u);
-    }
     {
         SCOPED_TRACE("one group without a port: one node and one resistor at the centre");
         RNetwork net = line("", 1);
