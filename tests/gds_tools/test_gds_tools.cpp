@@ -162,7 +162,6 @@ TEST_F(ToolTest, KLayoutReadsKarvenGdsOutput) {
                                                           {"string", "1 C=0.3"},
                                                           {"x", 1000},
                                                           {"y", 1400}}));
-        EXPECT_EQ(find(s3["texts"], "layer", 0)["string"], "2 C=0.4");
     }
 }
 
@@ -172,9 +171,6 @@ TEST_F(ToolTest, KarvenGdsRejectsBadInput) {
         {"", "Unable to open file"},
         {std::string(kSamples) + "{\"id\": 7,\n", ":3: not valid JSON"},
         {R"({"conductors":[[0,0,1,1]],"id":1,"size":1})", "no key \"capacitances\""},
-        {R"({"capacitances":[1],"conductors":[[0,0,1,1],[0,2,1,1]],"id":1,"size":2})",
-         "does not hold 4 numbers"},
-        {R"({"capacitances":[1],"conductors":[[0,0,1]],"id":1,"size":1})", "not [cx, cy, w, h]"},
         {R"({"capacitances":[1,-1,-1,1],"conductors":[[3e6,0.5,1,0.2],[0,-0.05,20,0.1]],)"
          R"("id":1,"size":2})",
          "out of range"},
