@@ -27,12 +27,17 @@ inline LayoutPolygon reversed(LayoutPolygon p) {
     return p;
 }
 
+// One ring tracing `a`, then `b`.
+inline LayoutPolygon cat(LayoutPolygon a, const LayoutPolygon& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 // A fresh folder per test under the GoogleTest temporary directory.
 inline std::filesystem::path testDir() {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(info->test_suite_name()) + "_" + info->name();
-    std::replace(name.begin(), name.end(), '/', '_');
-    const auto dir = std::filesystem::path(::testing::TempDir()) / ("karven_pe_" + name);
+    const auto dir = std::filesystem::path(::testing::TempDir()) /
+                     ("karven_pe_" + std::string(info->test_suite_name()) + "_" + info->name());
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     return dir;
@@ -42,8 +47,8 @@ struct Rect64 {
     int64_t x0, y0, x1, y1;
 };
 
-// Exact area of the union of rectangles inside `clip`: every cell of the grid made by all
-// rectangle edges is covered or not as a whole.
+// Exact area of the union of rectangles inside `clip`: every cell of the grid made by all rectangle
+// edges is covered or not as a whole.
 inline int64_t unionAreaByCells(const std::vector<Rect64>& rects, const Rect64& clip) {
     std::vector<int64_t> xs{clip.x0, clip.x1}, ys{clip.y0, clip.y1};
     for (const Rect64& r : rects) {
@@ -52,18 +57,19 @@ inline int64_t unionAreaByCells(const std::vector<Rect64>& rects, const Rect64& 
         ys.push_back(std::clamp(r.y0, clip.y0, clip.y1));
         ys.push_back(std::clamp(r.y1, clip.y0, clip.y1));
     }
-    std::sort(xs.begin(), xs.end());
-    xs.erase(std::unique(xs.begin(), xs.end()), xs.end());
-    std::sort(ys.begin(), ys.end());
-    ys.erase(std::unique(ys.begin(), ys.end()), ys.end());
+    for (auto* v : {&xs, &ys}) {
+        std::sort(v->begin(), v->end());
+        v->erase(std::unique(v->begin(), v->end()), v->end());
+    }
     int64_t area = 0;
     for (size_t a = 0; a + 1 < xs.size(); ++a)
         for (size_t b = 0; b + 1 < ys.size(); ++b) {
-            const int64_t cx = xs[a], cy = ys[b];  // the cell's lower left corner decides
-            const bool covered = std::any_of(rects.begin(), rects.end(), [&](const Rect64& r) {
-                return r.x0 <= cx && cx < r.x1 && r.y0 <= cy && cy < r.y1;
-            });
-            if (covered) area += (xs[a + 1] - xs[a]) * (ys[b + 1] - ys[b]);
+            const int64_t cx = xs[a],
+                          cy = ys[b];  // the cell's lower left corner decides
+            if (std::any_of(rects.begin(), rects.end(), [&](const Rect64& r) {
+                    return r.x0 <= cx && cx < r.x1 && r.y0 <= cy && cy < r.y1;
+                }))
+                area += (xs[a + 1] - xs[a]) * (ys[b + 1] - ys[b]);
         }
     return area;
 }
@@ -108,8 +114,7 @@ struct StatedGrid {
             }
             for (size_t k = 0; k < boxes.size(); ++k) {
                 const auto& b = boxes[k];
-                if (b[0] >= xh || b[1] <= xl || b[2] >= yh || b[3] <= yl) continue;
-                clip[k].addPolygon(p);
+                if (b[0] < xh && b[1] > xl && b[2] < yh && b[3] > yl) clip[k].addPolygon(p);
             }
         }
         std::vector<double> d(boxes.size());
@@ -134,6 +139,15 @@ struct StatedGrid {
                 if (cw > 0 && ch > 0) sum += double(cw * ch) * d[j * range_x + i];
             }
         return sum / (double(wr - wl) * double(wt - wb));
+    }
+};
+
+// Uniform integers in [a, b] from one seeded engine.
+struct Rng {
+    std::mt19937 engine;
+    explicit Rng(unsigned seed) : engine(seed) {}
+    int32_t operator()(int32_t a, int32_t b) {
+        return std::uniform_int_distribution<int32_t>(a, b)(engine);
     }
 };
 

@@ -1,10 +1,9 @@
-// The density file: its exact text, an exact round trip, and a loader that answers 0 and leaves
-// the map alone for every truncation and for damaged files, never crashing.
+// The density file: its exact text, an exact round trip, and a loader that answers 0 and leaves the
+// map alone for every truncation and for damaged files, never crashing.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <string>
 
@@ -13,12 +12,9 @@
 
 namespace {
 
-using pe_test::rect;
-
 std::string readText(const std::filesystem::path& p) {
-    std::ifstream f(p, std::ios::binary);
     std::ostringstream s;
-    s << f.rdbuf();
+    s << std::ifstream(p, std::ios::binary).rdbuf();
     return s.str();
 }
 
@@ -38,13 +34,13 @@ DensityMap sampleMap() {
 }
 
 TEST(DensityFile, TextOfASmallMap) {
-    const auto dir = pe_test::testDir();
+    const auto file = pe_test::testDir() / "d.txt";
     DensityMap m(3, 0, 0, 0, 5, 2);  // 2 x 1 cells
-    m.addOverlappedPoly(rect(0, 0, 3, 3));
+    m.addOverlappedPoly(pe_test::rect(0, 0, 3, 3));
     m.calculateDensity();
     m.densities[1] = 0.25;
-    ASSERT_EQ(m.saveToFile((dir / "d.txt").string()), 1);
-    EXPECT_EQ(readText(dir / "d.txt"),
+    ASSERT_EQ(m.saveToFile(file.string()), 1);
+    EXPECT_EQ(readText(file),
               "FRAME_LEFT 0\nFRAME_BOTTOM 0\nFRAME_RIGNT 5\nFRAME_TOP 2\nGRID_SIZE 3\n"
               "WIN_SIZE 3\nGRID_RANGE_X 2(0 - 5)\nGRID_RANGE_Y 1(0 - 2)\nDENSITIES\n"
               "\t[grid(0, 0) - grid(0, 2)]:\n\t1  0.25  \n");
@@ -57,48 +53,22 @@ TEST(DensityFile, RoundTripIsExact) {
     DensityMap back;
     ASSERT_EQ(back.loadFromFile((dir / "a.txt").string()), 1);
     EXPECT_EQ(back.densities, m.densities);  // bit for bit
-    EXPECT_EQ(back.frame_left, -2);
-    EXPECT_EQ(back.frame_bottom, 1);
-    EXPECT_EQ(back.frame_right, 9);
-    EXPECT_EQ(back.frame_top, 9);
-    EXPECT_EQ(back.grid_size, m.grid_size);
-    EXPECT_EQ(back.win_size, m.win_size);
-    EXPECT_EQ(back.range_x, m.range_x);
-    EXPECT_EQ(back.range_y, m.range_y);
-    EXPECT_EQ(back.grid_area, m.grid_area);
+    EXPECT_EQ((std::vector<int32_t>{back.frame_left, back.frame_bottom, back.frame_right,
+                                    back.frame_top, back.grid_size, back.win_size}),
+              (std::vector<int32_t>{-2, 1, 9, 9, m.grid_size, m.win_size}));
     // Queries inside the frame see the same windows (the map was built without extension).
     for (int32_t x = -2; x <= 9; ++x)
         EXPECT_EQ(back.getDensity(x, 5, 4), m.getDensity(x, 5, 4)) << x;
     ASSERT_EQ(back.saveToFile((dir / "b.txt").string()), 1);
     EXPECT_EQ(readText(dir / "b.txt"), readText(dir / "a.txt"));
 
-    DensityMap unused;  // a map without cells round-trips too
-    ASSERT_EQ(unused.saveToFile((dir / "c.txt").string()), 1);
-    DensityMap unused_back = sampleMap();
-    ASSERT_EQ(unused_back.loadFromFile((dir / "c.txt").string()), 1);
-    EXPECT_EQ(unused_back.grid_size, 0);
-    EXPECT_TRUE(unused_back.densities.empty());
-}
-
-TEST(DensityFile, UnopenableFiles) {
-    const auto dir = pe_test::testDir();
-    DensityMap m = sampleMap();
-    EXPECT_EQ(m.loadFromFile((dir / "missing.txt").string()), 0);
-    EXPECT_EQ(m.saveToFile((dir / "no_such_dir" / "x.txt").string()), 0);
-    EXPECT_EQ(m.loadFromFile(dir.string()), 0);  // a folder
+    ASSERT_EQ(DensityMap().saveToFile((dir / "c.txt").string()), 1);  // a map without cells
+    DensityMap empty = sampleMap();
+    ASSERT_EQ(empty.loadFromFile((dir / "c.txt").string()), 1);
+    EXPECT_TRUE(empty.densities.empty());
 }
 
 // Each damaged text is rejected, and the map keeps what it held.
-void expectRejected(const std::filesystem::path& file, const std::string& text,
-                    const std::string& what) {
-    writeText(file, text);
-    DensityMap m = sampleMap();
-    const std::vector<double> before = m.densities;
-    EXPECT_EQ(m.loadFromFile(file.string()), 0) << what;
-    EXPECT_EQ(m.densities, before) << what;
-    EXPECT_EQ(m.range_x, 4) << what;
-}
-
 TEST(DensityFile, MalformedFilesAreRejected) {
     const auto dir = pe_test::testDir();
     ASSERT_EQ(sampleMap().saveToFile((dir / "good.txt").string()), 1);
@@ -109,79 +79,65 @@ TEST(DensityFile, MalformedFilesAreRejected) {
         EXPECT_NE(at, std::string::npos) << from;
         return t.replace(at, from.size(), to);
     };
-    const std::vector<std::pair<std::string, std::string>> cases{
+    const std::string third = "0.3333333333333333  ";
+    const std::pair<std::string, std::string> cases[] = {
         {"", "empty file"},
         {replaced("FRAME_RIGNT", "FRAME_RIGHT"), "header word spelled otherwise"},
-        {replaced("GRID_SIZE 3", "GRID_SIZE x"), "value not a number"},
-        {replaced("GRID_SIZE 3", "GRID_SIZE 3.5"), "value not an integer"},
         {replaced("GRID_SIZE 3", "GRID_SIZE 99999999999"), "value beyond 32 bits"},
         {replaced("GRID_SIZE 3", "GRID_SIZE 0"), "no grid but cells"},
-        {replaced("GRID_SIZE 3", "GRID_SIZE -3"), "negative grid"},
         {replaced("WIN_SIZE 5", "WIN_SIZE 2"), "window below the grid"},
         {replaced("GRID_RANGE_X 4", "GRID_RANGE_X 5"), "range does not fit the frame"},
-        {replaced("GRID_RANGE_Y 3", "GRID_RANGE_Y 2000000000"), "huge range"},
         {replaced("FRAME_TOP 9", "FRAME_TOP 2147483647"), "frame larger than the file"},
-        {replaced("DENSITIES\n", "DENSITY\n"), "no DENSITIES line"},
         {replaced("grid(1, 0)", "grid(2, 0)"), "row label out of order"},
-        {replaced("0.3333333333333333  ", "0.3333333333333333 "), "one blank after a value"},
-        {replaced("0.3333333333333333  ", "abc  "), "word for a value"},
-        {replaced("0.3333333333333333  ", "nan  "), "value not finite"},
-        {replaced("0.3333333333333333  ", "0.3333333333333333  7  "), "value too many"},
+        {replaced(third, "nan  "), "value not finite"},
+        {replaced(third, third + "7  "), "value too many"},
         {good + "\t[grid(3, 0) - grid(3, 4)]:\n", "text after the last row"},
         {good.substr(0, good.size() - 1), "last line without its line feed"},
     };
-    for (const auto& [text, what] : cases) expectRejected(dir / "bad.txt", text, what);
+    for (const auto& [text, what] : cases) {
+        writeText(dir / "bad.txt", text);
+        DensityMap m = sampleMap();
+        EXPECT_EQ(m.loadFromFile((dir / "bad.txt").string()), 0) << what;
+        EXPECT_EQ(m.densities, sampleMap().densities) << what;
+    }
+    EXPECT_EQ(DensityMap().loadFromFile((dir / "missing.txt").string()), 0);
+    EXPECT_EQ(DensityMap().loadFromFile(dir.string()), 0);  // a folder
+    EXPECT_EQ(sampleMap().saveToFile((dir / "no_such_dir" / "x.txt").string()), 0);
 }
 
-// Fuzz: every truncation of a valid file is rejected; random damage (byte flips, digits, deleted
-// and doubled bytes, line feeds) never crashes, and what loads is a consistent map.
+// Fuzz: every truncation of a valid file is rejected; random damage never crashes, and what loads
+// is a consistent map that saves and loads back the same.
 TEST(DensityFile, FuzzTruncationsAndDamage) {
     const auto dir = pe_test::testDir();
-    const auto file = dir / "fuzz.txt";
+    const auto file = dir / "fuzz.txt", again = dir / "again.txt";
     ASSERT_EQ(sampleMap().saveToFile(file.string()), 1);
     const std::string good = readText(file);
     for (size_t n = 0; n < good.size(); ++n) {
         writeText(file, good.substr(0, n));
-        DensityMap m;
-        ASSERT_EQ(m.loadFromFile(file.string()), 0) << "truncated to " << n;
+        ASSERT_EQ(DensityMap().loadFromFile(file.string()), 0) << "truncated to " << n;
     }
-    std::mt19937 rng(29);
+    pe_test::Rng uni(29);
     const std::string alphabet = "0123456789-+.eE \t\n(),:[]xGRID_SIZEnaninf";
     int loaded = 0;
     for (int trial = 0; trial < 800; ++trial) {
         std::string t = good;
-        for (int k = 1 + rng() % 3; k > 0; --k) {
-            const size_t at = rng() % t.size();
-            switch (rng() % 4) {
-                case 0:
-                    t[at] = static_cast<char>(rng() % 256);
-                    break;
-                case 1:
-                    t[at] = alphabet[rng() % alphabet.size()];
-                    break;
-                case 2:
-                    t.erase(at, 1 + rng() % 4);
-                    break;
-                default:
-                    t.insert(at, t.substr(at, 1 + rng() % 8));
-                    break;
-            }
-            if (t.empty()) t = "x";
+        for (int k = uni(1, 3); k > 0 && !t.empty(); --k) {
+            const size_t at = uni(0, int32_t(t.size()) - 1);
+            const int kind = uni(0, 3);
+            if (kind == 0) t[at] = static_cast<char>(uni(0, 255));
+            if (kind == 1) t[at] = alphabet[uni(0, int32_t(alphabet.size()) - 1)];
+            if (kind == 2) t.erase(at, uni(1, 4));
+            if (kind == 3) t.insert(at, t.substr(at, uni(1, 8)));
         }
         writeText(file, t);
-        DensityMap m;
-        const int r = m.loadFromFile(file.string());
-        ASSERT_TRUE(r == 0 || r == 1);
-        if (r == 0) continue;
+        DensityMap m, back;
+        if (m.loadFromFile(file.string()) == 0) continue;
         ++loaded;
         ASSERT_EQ(m.densities.size(), size_t(m.range_x) * size_t(m.range_y));
         for (double d : m.densities) ASSERT_TRUE(std::isfinite(d));
-        const auto again = dir / "again.txt";
         ASSERT_EQ(m.saveToFile(again.string()), 1);
-        DensityMap back;
         ASSERT_EQ(back.loadFromFile(again.string()), 1);
         ASSERT_EQ(back.densities, m.densities);
-        (void)back.getDensity(m.frame_left, m.frame_bottom, 7);
     }
     EXPECT_GT(loaded, 0);  // some damage leaves a valid file (a changed digit): that path ran
 }
