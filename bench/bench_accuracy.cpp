@@ -2,7 +2,7 @@
 // pooled over several seeds, entry by entry against the reference.
 //
 //   build/bench/bench_accuracy [--precision P=0.005] [--seeds K=4] [--first-seed S=1]
-//                              [--dir FOLDER] [structure ...]
+//                              [--dir FOLDER] [--plate-row] [structure ...]
 //
 // Each conductor (the ground plate last) is master once per seed; every solve runs one walker
 // thread, and solves run in parallel on all cores. Per entry it prints the reference, the mean
@@ -11,6 +11,12 @@
 // error, flagging |z| > 3. Per structure, the ratio of the seed spread to those standard errors
 // checks that the solver's error bars are honest (about 1 when they are). Rows are the raw
 // solver rows, before any symmetrisation, so a bias of one master's solve shows in its own row.
+//
+// --plate-row adds, per structure, the plate's row three ways, each pooled over the seeds: as
+// solved with the plate as master, derived from the wire rows (their column, the diagonal closing
+// the row), and both after the sample generator's constraint, which is what a sample file holds
+// (solved then symmetrised: the old output; derived: the default output). Errors are in percent
+// of the plate's diagonal, with the share of CPU time the plate's own solve took.
 #include <omp.h>
 
 #include <algorithm>
@@ -21,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include "patterns/solving.h"
 #include "solver/api_wrapper.h"
 #include "support/validation_reference.h"
 
@@ -36,6 +43,7 @@ struct Options {
     int first_seed = 1;
     std::string dir = KARVEN_VALIDATION_DIR;
     std::vector<std::string> structures;
+    bool plate_row = false;
 };
 
 Options parse(int argc, char** argv) {
@@ -57,6 +65,8 @@ Options parse(int argc, char** argv) {
             o.first_seed = std::atoi(next());
         else if (a == "--dir")
             o.dir = next();
+        else if (a == "--plate-row")
+            o.plate_row = true;
         else
             o.structures.push_back(a);
     }
@@ -73,6 +83,70 @@ struct Solve {
     std::vector<double> row, variance;  // in the structure's conductor order
     double seconds = 0;
 };
+
+// The plate row (last) of one structure four ways, pooled over seeds, against the reference.
+void print_plate_row(const karven_test::ValidationReference& ref, std::size_t s,
+                     const std::vector<Solve>& solves, int seeds, double precision) {
+    const std::size_t n = ref.wires.size(), p = n - 1;
+    if (n < 2) return;
+    const char* names[4] = {"solved", "derived", "solved+constrained", "derived+constrained"};
+    std::vector<std::vector<double>> sum(4, std::vector<double>(n, 0.0));
+    std::vector<double> var_solved(n, 0.0), var_derived(n, 0.0);
+    double plate_cpu = 0, all_cpu = 0;
+    for (int k = 0; k < seeds; ++k) {
+        KARVEN::Matrix c(n), v(n);
+        for (const auto& sv : solves) {
+            if (sv.structure != s || sv.seed != static_cast<std::size_t>(k)) continue;
+            c[sv.master] = sv.row;
+            v[sv.master] = sv.variance;
+            all_cpu += sv.seconds;
+            if (sv.master == p) plate_cpu += sv.seconds;
+        }
+        KARVEN::Matrix d = c, dv = v;
+        KARVEN::derivePlateRow(d, dv);
+        KARVEN::Matrix cc = c, dc = d;
+        KARVEN::constrain_matrix(cc, v, precision);
+        KARVEN::constrain_matrix(dc, dv, precision);
+        for (std::size_t j = 0; j < n; ++j) {
+            sum[0][j] += c[p][j];
+            sum[1][j] += d[p][j];
+            sum[2][j] += cc[p][j];
+            sum[3][j] += dc[p][j];
+            var_solved[j] += v[p][j];
+            var_derived[j] += dv[p][j];
+        }
+    }
+    const double diag = ref.matrix[p][p], m = seeds;
+    std::printf(
+        "  plate row (%zu), error %% of its diagonal, mean of %d seeds; the plate's solve "
+        "took %.0f%% of the CPU time\n",
+        p, seeds, all_cpu > 0 ? 100 * plate_cpu / all_cpu : 0.0);
+    std::printf("  %5s %12s", "entry", "reference");
+    for (const char* name : names) std::printf(" %20s", name);
+    std::printf("   s.e. solved/derived\n");
+    std::vector<double> worst(4, 0.0), rms(4, 0.0);
+    int terms = 0;
+    for (std::size_t j = 0; j < n; ++j) {
+        const bool significant = std::fabs(ref.matrix[p][j]) >= 0.01 * diag;
+        std::printf("  %2zu,%-2zu %12.6g", p, j, ref.matrix[p][j]);
+        for (int w = 0; w < 4; ++w) {
+            const double e = (sum[w][j] / m - ref.matrix[p][j]) / diag;
+            std::printf(" %+20.3f", 100 * e);
+            if (significant) {
+                worst[w] = std::max(worst[w], std::fabs(e));
+                rms[w] += e * e;
+            }
+        }
+        terms += significant;
+        std::printf("   %.3f/%.3f\n", 100 * std::sqrt(var_solved[j]) / m / diag,
+                    100 * std::sqrt(var_derived[j]) / m / diag);
+    }
+    std::printf("  plate row, entries above 1%% of the diagonal: worst |error| / rms %%:");
+    for (int w = 0; w < 4; ++w)
+        std::printf("  %s %.3f/%.3f", names[w], 100 * worst[w],
+                    terms ? 100 * std::sqrt(rms[w] / terms) : 0.0);
+    std::printf("\n");
+}
 
 }  // namespace
 
@@ -161,6 +235,7 @@ int main(int argc, char** argv) {
         std::printf("  mean time per solve: %.3f s; seed spread / solver s.e.: %.2f (rms)\n",
                     cpu / (opt.seeds * n),
                     ratio_terms ? std::sqrt(spread_ratio2 / ratio_terms) : NAN);
+        if (opt.plate_row) print_plate_row(ref, s, solves, opt.seeds, opt.precision);
     }
     std::printf(
         "\nworst |bias|: diagonal %.3f%%, coupling %.3f%% of the row's diagonal; %d entries "

@@ -41,7 +41,7 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
 
 PatternResult Random::solve_pattern_full_matrix(Pattern& pattern, const MCTF::MiniCTF& ctf,
                                                 const ExtractionConfig& config) {
-    return solveFullMatrix(window, pattern, ctf, config, fieldSolver());
+    return solveFullMatrix(window, pattern, ctf, config, fieldSolver(), plate_row);
 }
 
 namespace {
@@ -149,6 +149,7 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     if (structure != nullptr && structure->is_string() && !structure->get<std::string>().empty())
         return populate_with_structure_input(output_path, ctf, params, config, solve);
     checkRandomParameters(params);
+    plate_row = params.value("solve_plate_row", false) ? PlateRow::Solved : PlateRow::Derived;
 
     const int nsamples = static_cast<int>(params.value("nsamples", 1000.0));
     const int nlayers = params.value("nlayers", 5);
@@ -349,7 +350,7 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
                 }
                 pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
                 // A sample whose matrix fails the constraint is drawn again with the same count.
-                if (solveConstrained(window, pattern, ctf, config, solve, result)) break;
+                if (solveConstrained(window, pattern, ctf, config, solve, result, plate_row)) break;
             }
             journal.append(i, sampleLine(result, i));
 #pragma omp critical
@@ -409,6 +410,7 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
                                           const json& params, const ExtractionConfig& config,
                                           const FieldSolver& solve) {
     checkRandomParameters(params);
+    plate_row = params.value("solve_plate_row", false) ? PlateRow::Solved : PlateRow::Derived;
     const std::string path = params.value("structure_input", std::string());
     std::vector<int> line_numbers;
     std::vector<json> structures = parse_jsonl(path, &line_numbers);
@@ -463,7 +465,7 @@ int Random::populate_with_structure_input(const std::string& output_path, const 
                 pattern.addConductor(x0, x1, layer);
             }
             pattern.addConductor(-B / 2, B / 2, ctf.substrate_ref);
-            PatternResult result = solveFullMatrix(window, pattern, ctf, config, solve);
+            PatternResult result = solveFullMatrix(window, pattern, ctf, config, solve, plate_row);
             journal.append(pending[t], sampleLine(result, pending[t]));
 #pragma omp critical
             bar.tick(name);

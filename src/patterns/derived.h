@@ -46,6 +46,9 @@ public:
                                       const json& params, const ExtractionConfig& config,
                                       const FieldSolver& solve);
 
+    // Whether the substrate plate is solved as master too ("solve_plate_row"); by default its row
+    // is derived from the wire rows.
+    PlateRow plate_row = PlateRow::Derived;
     // The share of the samples this run draws, whether it resumes, the technology file.
     LongRun long_run;
     // Set by populate for the run's record: every parameter key read, with its value after

@@ -124,7 +124,7 @@ void checkParameterFile(const json& params, const std::string& path) {
 void checkRandomParameters(const json& params) {
     static const std::vector<std::string> known = {
         "structure_input", "nsamples", "nlayers",          "poisson_lambda", "exponent_base",
-        "fixed_layers",    "window",   "conductor_window", "window_layer"};
+        "fixed_layers",    "window",   "conductor_window", "window_layer",   "solve_plate_row"};
     if (!params.is_object()) {
         throw FatalError(std::string("Error: the \"Random\" parameters must be a JSON object, not "
                                      "a value of type ") +
@@ -133,6 +133,8 @@ void checkRandomParameters(const json& params) {
     for (const auto& [key, value] : params.items()) {
         if (key == "structure_input" || key == "window_layer") {
             if (!value.is_string()) rejectValue(key, value, "a string");
+        } else if (key == "solve_plate_row") {
+            if (!value.is_boolean()) rejectValue(key, value, "true or false");
         } else if (key == "nsamples") {
             wholeInRange(key, value, 0, kMaxSamples);
         } else if (key == "nlayers") {

@@ -80,13 +80,15 @@ std::vector<double> solveRoles(const GenericStructure& family, const Pattern& pa
 
 bool solveConstrained(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
                       const ExtractionConfig& config, const FieldSolver& solve,
-                      PatternResult& result) {
+                      PatternResult& result, PlateRow plate) {
     const std::vector<ConformalRect> coats = solverCoats(pattern, config);
     const std::vector<std::array<double, 2>> layers = solverLayers(ctf);
     const Rect domain = solveWindow(window, ctf);
     const size_t n = pattern.conductors.size();
+    const bool derive = plate == PlateRow::Derived && n >= 2;
+    const size_t solved = derive ? n - 1 : n;
     Matrix C, E;
-    for (size_t k = 0; k < n; ++k) {
+    for (size_t k = 0; k < solved; ++k) {
         std::swap(pattern.conductors[0], pattern.conductors[k]);
         std::vector<double> r =
             solve(pattern.conductors, layers, coats, domain, config.precision, config.seed);
@@ -103,6 +105,11 @@ bool solveConstrained(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
             E.push_back(std::move(var));
         }
     }
+    if (derive) {
+        C.emplace_back(n, 0.0);
+        if (!E.empty()) E.emplace_back(n, 0.0);
+        derivePlateRow(C, E);
+    }
     double tolerance = std::fabs(config.precision);
     bool ok = E.empty() ? constrain_matrix(C, tolerance) : constrain_matrix(C, E, tolerance);
     result.first = std::move(pattern.conductors);
@@ -112,11 +119,30 @@ bool solveConstrained(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
 }
 
 PatternResult solveFullMatrix(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
-                              const ExtractionConfig& config, const FieldSolver& solve) {
+                              const ExtractionConfig& config, const FieldSolver& solve,
+                              PlateRow plate) {
     PatternResult result;
-    if (!solveConstrained(window, pattern, ctf, config, solve, result))
+    if (!solveConstrained(window, pattern, ctf, config, solve, result, plate))
         std::cout << "[WARN]: large row sum after constraining." << std::endl;
     return result;
+}
+
+void derivePlateRow(Matrix& c, Matrix& variances) {
+    const size_t n = c.size();
+    if (n < 2) return;
+    const size_t p = n - 1;
+    double sum = 0.0, var = 0.0;
+    for (size_t j = 0; j < p; ++j) {
+        c[p][j] = c[j][p];
+        sum += c[j][p];
+        if (!variances.empty()) {
+            variances[p][j] = variances[j][p];
+            var += variances[j][p];
+        }
+    }
+    c[p][p] = -sum;
+    // The diagonal is a sum of the column's estimates, independent from solve to solve.
+    if (!variances.empty()) variances[p][p] = var;
 }
 
 namespace {

@@ -49,16 +49,29 @@ std::vector<double> solveRoles(const GenericStructure& family, const Pattern& pa
                                const MCTF::MiniCTF& ctf, const ExtractionConfig& config,
                                const FieldSolver& solve);
 
-// Solves every conductor of `pattern` as master and puts the conductors (moved out of the
-// pattern) and the constrained matrix into `result`. Returns false when the constraint left a
-// row sum above twice the precision.
+// How the row of the substrate plate (the pattern's last conductor) is obtained. With walls that
+// carry no flux the matrix is symmetric with zero row sums, so the wire rows fix the plate's row:
+// its couplings are their column and its diagonal is minus their sum. Deriving it saves the
+// plate's own solve, the costliest of a sample, whose Gaussian surface spans the window.
+enum class PlateRow { Derived, Solved };
+
+// Solves every conductor of `pattern` as master (the plate only when `plate` is Solved, and
+// always when it is the only conductor) and puts the conductors (moved out of the pattern) and
+// the constrained matrix into `result`. Returns false when the constraint left a row sum above
+// twice the precision.
 bool solveConstrained(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
                       const ExtractionConfig& config, const FieldSolver& solve,
-                      PatternResult& result);
+                      PatternResult& result, PlateRow plate = PlateRow::Derived);
 
 // As solveConstrained, and returns the result; prints a warning when the constraint failed.
 PatternResult solveFullMatrix(double window, Pattern& pattern, const MCTF::MiniCTF& ctf,
-                              const ExtractionConfig& config, const FieldSolver& solve);
+                              const ExtractionConfig& config, const FieldSolver& solve,
+                              PlateRow plate = PlateRow::Derived);
+
+// Replaces the last row of `c` (and of `variances` when not empty) by the column of the other
+// rows, with the diagonal minus their sum (the variances' sum), so the row sums to zero before
+// the constraint. Does nothing for fewer than two rows.
+void derivePlateRow(Matrix& c, Matrix& variances);
 
 // Makes `c` symmetric, weighting each pair by the other's variance (a zero variance zeroes the
 // pair), then sets each diagonal so its row sums to zero. Returns false when a row's sum before

@@ -244,6 +244,140 @@ void NetManager::index_nets() {
         all_rectangles_ = all_rectangles_ && s->kind == Shape::KIND_RECTANGLE;
     }
     if (grid_ready_) build_grid_index();
+    build_cell_index();
+}
+
+void NetManager::set_cell_index(int policy) {
+    cell_policy_ = policy;
+    build_cell_index();
+}
+
+double NetManager::mean_cell_candidates() const {
+    if (!cells_ready_ || list_start_.size() < 2) return 0.0;
+    return static_cast<double>(list_items_.size()) / static_cast<double>(list_start_.size() - 1);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Cell index of the box mode
+
+void NetManager::CellAxis::build(double lo, double hi, double core_lo, double core_hi,
+                                 double step) {
+    edges.clear();
+    core_lo = std::clamp(core_lo, lo, hi);
+    core_hi = std::clamp(core_hi, core_lo, hi);
+    const int n = static_cast<int>(std::clamp(std::ceil((core_hi - core_lo) / step), 1.0, 2048.0));
+    const double h = (core_hi - core_lo) / n;
+    // Far from the wires the nearest distance is large, so cells may grow with it.
+    std::vector<double> below;
+    for (double e = core_lo, g = h; e > lo;) {
+        e -= g;
+        g *= 2;
+        below.push_back(e - g / 2 > lo ? e : lo);
+        if (below.back() == lo) break;
+    }
+    edges.assign(below.rbegin(), below.rend());
+    for (int k = 0; k <= n; ++k) edges.push_back(k == n ? core_hi : core_lo + k * h);
+    for (double e = core_hi, g = h; e < hi;) {
+        e += g;
+        g *= 2;
+        edges.push_back(e + g / 2 < hi ? e : hi);
+        if (edges.back() == hi) break;
+    }
+    // Drop empty or reversed cells (a core touching the window, a zero-width core).
+    std::size_t w = 1;
+    for (std::size_t k = 1; k < edges.size(); ++k)
+        if (edges[k] > edges[w - 1]) edges[w++] = edges[k];
+    edges.resize(w);
+    if (edges.size() < 2) edges = {lo, std::max(hi, lo + GEO_EPS)};
+
+    const double span = edges.back() - edges.front();
+    const double bin = std::max(h > 0 ? h : span, span / 16384.0);
+    const int nb = static_cast<int>(std::clamp(std::ceil(span / bin), 1.0, 16384.0));
+    origin = edges.front();
+    inv_bin = nb / span;
+    bins.assign(nb, 0);
+    int c = 0;
+    const int cells = static_cast<int>(edges.size()) - 1;
+    for (int b = 0; b < nb; ++b) {
+        const double v = origin + b / inv_bin;
+        while (c + 1 < cells && edges[c + 1] <= v) ++c;
+        bins[b] = c;
+    }
+}
+
+inline int NetManager::CellAxis::locate(double v) const noexcept {
+    const int nb = static_cast<int>(bins.size());
+    const int b = std::clamp(static_cast<int>((v - origin) * inv_bin), 0, nb - 1);
+    int c = bins[b];
+    const int last = static_cast<int>(edges.size()) - 2;
+    while (c < last && v > edges[c + 1]) ++c;
+    while (c > 0 && v < edges[c]) --c;
+    return c;
+}
+
+void NetManager::build_cell_index() {
+    cells_ready_ = false;
+    list_start_.clear();
+    list_items_.clear();
+    // Below a dozen nets the branch-free scan of all of them is as fast as a cell list.
+    constexpr std::size_t MIN_INDEXED_NETS = 12;
+    if (cell_policy_ == 0 || (cell_policy_ < 0 && boxes_.size() < MIN_INDEXED_NETS)) return;
+    if (!all_rectangles_ || !window) return;
+    const Bounds& w = win_;
+    if (!(w.right > w.left && w.top > w.bottom)) return;
+
+    // The fine core spans the wires; plates as wide (tall) as half the window do not widen it.
+    Bounds core{INF, -INF, INF, -INF};
+    for (const NetBox& b : boxes_) {
+        if (b.right - b.left <= 0.5 * (w.right - w.left)) {
+            core.left = std::min(core.left, b.left);
+            core.right = std::max(core.right, b.right);
+        }
+        if (b.top - b.bottom <= 0.5 * (w.top - w.bottom)) {
+            core.bottom = std::min(core.bottom, b.bottom);
+            core.top = std::max(core.top, b.top);
+        }
+    }
+    if (core.left > core.right) core.left = w.left, core.right = w.right;
+    if (core.bottom > core.top) core.bottom = w.bottom, core.top = w.top;
+    const double cw = std::max(core.right - core.left, 0.0),
+                 ch = std::max(core.top - core.bottom, 0.0);
+    // About sixteen cells per net over the core keeps the lists short near the wires.
+    const double target = std::clamp(16.0 * static_cast<double>(boxes_.size()), 64.0, 8192.0);
+    double step = std::sqrt(std::max(cw * ch, 1e-300) / target);
+    if (!(step > 0) || cw < step || ch < step)
+        step = std::max(std::max(cw, ch) / std::sqrt(target), GEO_EPS);
+    cx_.build(w.left, w.right, core.left, core.right, step);
+    cy_.build(w.bottom, w.top, core.bottom, core.top, step);
+
+    const int nx = static_cast<int>(cx_.edges.size()) - 1,
+              ny = static_cast<int>(cy_.edges.size()) - 1;
+    list_start_.assign(static_cast<std::size_t>(nx) * ny + 1, 0);
+    list_items_.reserve(static_cast<std::size_t>(nx) * ny * 4);
+    for (int j = 0; j < ny; ++j) {
+        for (int i = 0; i < nx; ++i) {
+            const double cl = cx_.edges[i], cr = cx_.edges[i + 1], cb = cy_.edges[j],
+                         ct = cy_.edges[j + 1];
+            // u: no point of the cell is farther than u from its nearest net (each term of the
+            // distance is largest at one side of the cell). A net nearer than u to the whole cell
+            // can win, tie or touch somewhere in it; the others cannot. The same subtractions as
+            // the query keep the bounds exact under rounding.
+            double u = INF;
+            for (const NetBox& b : boxes_)
+                u = std::min(u, std::max(std::max(ct - b.top, cr - b.right),
+                                         std::max(b.bottom - cb, b.left - cl)));
+            const double limit = std::max(u, GEO_EPS);
+            for (std::size_t k = 0; k < boxes_.size(); ++k) {
+                const NetBox& b = boxes_[k];
+                const double low = std::max(std::max(cb - b.top, cl - b.right),
+                                            std::max(b.bottom - ct, b.left - cr));
+                if (low <= limit) list_items_.push_back(static_cast<std::int32_t>(k));
+            }
+            list_start_[static_cast<std::size_t>(j) * nx + i + 1] =
+                static_cast<std::int32_t>(list_items_.size());
+        }
+    }
+    cells_ready_ = true;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -388,7 +522,7 @@ NeighborResult NetManager::neighbor(const Vector2D& p, WireNet*& hit, double& r,
     switch (space.neighbor_mode) {
         case NEIGHBOR_BOX:
             if (last && start_from_last(last, p, hit, r)) return NeighborResult::Absorbed;
-            if (scan_all(p, hit, r) == NeighborResult::Absorbed) return NeighborResult::Absorbed;
+            if (scan_cells(p, hit, r) == NeighborResult::Absorbed) return NeighborResult::Absorbed;
             break;
         case NEIGHBOR_GRID:
             if (last && start_from_last(last, p, hit, r)) return NeighborResult::Absorbed;
@@ -435,6 +569,40 @@ NeighborResult NetManager::scan_all(const Vector2D& p, WireNet*& hit, double& r)
     for (const NetBox& b : boxes_)
         if (consider(b, p, hit, r)) return NeighborResult::Absorbed;
     return NeighborResult::Free;
+}
+
+NeighborResult NetManager::scan_cells(const Vector2D& p, WireNet*& hit, double& r) const {
+    const CellAxis &ax = cx_, &ay = cy_;
+    if (!cells_ready_ || !(p.x >= ax.edges.front() && p.x <= ax.edges.back() &&
+                           p.y >= ay.edges.front() && p.y <= ay.edges.back()))
+        return scan_all(p, hit, r);
+    const std::size_t c = static_cast<std::size_t>(ay.locate(p.y)) * (ax.edges.size() - 1) +
+                          static_cast<std::size_t>(ax.locate(p.x));
+    const std::int32_t* first = list_items_.data() + list_start_[c];
+    const std::int32_t* end = list_items_.data() + list_start_[c + 1];
+    const NetBox* b = boxes_.data();
+    // The full scan's rectangle loop over the cell's list: same comparisons, same order.
+    double best = r;
+    WireNet* best_net = hit;
+    for (const std::int32_t* k = first; k != end; ++k) {
+        const double d = chebyshev(b[*k], p);
+        const bool nearer = d < best;
+        best = nearer ? d : best;
+        best_net = nearer ? b[*k].net : best_net;
+    }
+    if (best >= GEO_EPS) {
+        r = best;
+        hit = best_net;
+        return NeighborResult::Free;
+    }
+    for (const std::int32_t* k = first; k != end; ++k) {
+        if (chebyshev(b[*k], p) < GEO_EPS) {
+            hit = b[*k].net;
+            r = 0.0;
+            return NeighborResult::Absorbed;
+        }
+    }
+    return scan_all(p, hit, r);  // a starting radius below the geometric zero: nothing to index
 }
 
 NeighborResult NetManager::classify_all(const Vector2D& p, WireNet*& hit, double& r) const {

@@ -215,3 +215,69 @@ TEST_F(RandomSamples, StructureFileRoundTripAndBadLines) {
     EXPECT_FALSE(fs::exists(dir / "bad_out.jsonl"));
     EXPECT_THROW(KARVEN::parse_jsonl("/no/such/file.jsonl"), KARVEN::FatalError);
 }
+
+// By default the plate is never solved as master: each sample costs one solve per wire, and the
+// plate's row is the wires' column. "solve_plate_row": true solves it again; anything but a
+// boolean is refused.
+TEST_F(RandomSamples, PlateRowIsDerivedUnlessSolvePlateRowIsSet) {
+    const json base = {
+        {"nsamples", 4}, {"poisson_lambda", 3}, {"window", 30.0}, {"conductor_window", 10.0}};
+    // Counts solves and those with the plate (the window-wide conductor) as master. The stand-in
+    // answers a plate master with its couplings doubled, so a solved plate row would show.
+    struct Count {
+        int solves = 0, plate = 0;
+    };
+    auto populate = [&](const json& params, const std::string& file, Count& count) {
+        KARVEN::Random family;
+        KARVEN::FieldSolver solver = [&count](const std::vector<KARVEN::Rect>& w, const auto& l,
+                                              const auto& d, const KARVEN::Rect& win, double p,
+                                              int s) {
+#pragma omp critical(count_solves)
+            {
+                ++count.solves;
+                count.plate += w[0][2] - w[0][0] >= 30.0;
+            }
+            std::vector<double> r = falloffSolver(w, l, d, win, p, s);
+            if (w[0][2] - w[0][0] >= 30.0)
+                for (size_t j = 0; j < w.size(); ++j) r[j] *= 2;
+            return r;
+        };
+        ptest::quiet([&] {
+            family.populate((dir / file).string(), ctf, params, {1, 0.5, true, 7}, solver);
+        });
+    };
+    Count derived, solved;
+    populate(base, "derived.jsonl", derived);
+    json with = base;
+    with["solve_plate_row"] = true;
+    populate(with, "solved.jsonl", solved);
+
+    size_t conductors = 0;
+    const auto a = readSamples(dir / "derived.jsonl"), b = readSamples(dir / "solved.jsonl");
+    ASSERT_EQ(a.size(), 4u);
+    ASSERT_EQ(b.size(), 4u);
+    for (size_t s = 0; s < a.size(); ++s) {
+        const size_t n = a[s]["size"];
+        conductors += n;
+        ASSERT_EQ(a[s]["conductors"], b[s]["conductors"]);  // same draws either way
+        const auto& ca = a[s]["capacitances"];
+        const auto& cb = b[s]["capacitances"];
+        const size_t p = n - 1;
+        for (size_t j = 0; j + 1 < n; ++j) {
+            // The stand-in's true coupling, the same from both sides.
+            const double truth = ca[j * n + p].get<double>();
+            EXPECT_DOUBLE_EQ(ca[p * n + j].get<double>(), truth);
+            // Solved: the even mean (equal variances) of the doubled plate value and the truth,
+            // to the file's six digits.
+            EXPECT_NEAR(cb[p * n + j].get<double>(), 1.5 * truth, 1e-5 * std::fabs(truth));
+        }
+    }
+    EXPECT_EQ(derived.plate, 0);
+    EXPECT_EQ(derived.solves, static_cast<int>(conductors) - 4);
+    EXPECT_EQ(solved.plate, 4);
+    EXPECT_EQ(solved.solves, static_cast<int>(conductors));
+
+    json bad = base;
+    bad["solve_plate_row"] = 1;
+    EXPECT_THROW(populate(bad, "bad.jsonl", derived), KARVEN::FatalError);
+}

@@ -90,8 +90,77 @@ TEST_F(Solving, FullMatrixPutsEachRowInPatternOrder) {
     pattern.conductors = original;  // the first solve moved the conductors into its result
     r = KARVEN::solveFullMatrix(
         30.0, pattern, ctf, {1, 0.5, true, 1},
-        knowing(original, {{3, -1}, {-2, 3}}, {{1, 1e-9}, {1, 1}}, false, true));
+        knowing(original, {{3, -1}, {-2, 3}}, {{1, 1e-9}, {1, 1}}, false, true),
+        KARVEN::PlateRow::Solved);
     EXPECT_EQ(r.second, (std::vector<double>{1.5, -1.5, -1.5, 1.5}));
+}
+
+TEST_F(Solving, PlateRowIsTheWiresColumnUnlessSolved) {
+    // Not symmetric: the plate's own solve (last row) disagrees with the wires' column.
+    Matrix K{{6, -1, -2, -3}, {-1, 5, -1.5, -2.5}, {-2, -1.5, 4.5, -1}, {-4, -3, -2, 9}};
+    Matrix V(4, std::vector<double>(4, 1e-6));
+    V[0][3] = 3e-6;  // weights 1/4 for K[0][3] and 3/4 for K[3][0] when the plate is solved
+    const auto original = pattern.conductors;
+    std::vector<KARVEN::Rect> masters;
+    const KARVEN::FieldSolver inner = knowing(original, K, V, true, false);
+    const KARVEN::FieldSolver spy = [&](const std::vector<KARVEN::Rect>& w, const auto& l,
+                                        const auto& d, const KARVEN::Rect& win, double p, int s) {
+        masters.push_back(w[0]);
+        return inner(w, l, d, win, p, s);
+    };
+    auto at = [](const KARVEN::PatternResult& r, size_t i, size_t j) {
+        return r.second[i * 4 + j];
+    };
+
+    auto derived = KARVEN::solveFullMatrix(30.0, pattern, ctf, {}, spy);
+    ASSERT_EQ(masters.size(), 3u);  // the plate is never a master
+    EXPECT_EQ(std::count(masters.begin(), masters.end(), original[3]), 0);
+    // Plate row = column: -3, -2.5, -1, and the diagonal closes the row (6.5).
+    for (size_t j = 0; j < 3; ++j) {
+        EXPECT_DOUBLE_EQ(at(derived, 3, j), K[j][3]);
+        EXPECT_DOUBLE_EQ(at(derived, j, 3), K[j][3]);
+    }
+    EXPECT_DOUBLE_EQ(at(derived, 3, 3), 6.5);
+
+    masters.clear();
+    pattern.conductors = original;
+    auto solved = KARVEN::solveFullMatrix(30.0, pattern, ctf, {}, spy, KARVEN::PlateRow::Solved);
+    ASSERT_EQ(masters.size(), 4u);
+    EXPECT_EQ(masters[3], original[3]);
+    EXPECT_DOUBLE_EQ(at(solved, 3, 0), 0.25 * -3 + 0.75 * -4);
+    EXPECT_DOUBLE_EQ(at(solved, 3, 1), -2.75);
+    EXPECT_DOUBLE_EQ(at(solved, 3, 2), -1.5);
+    EXPECT_DOUBLE_EQ(at(solved, 3, 3), 3.75 + 2.75 + 1.5);
+}
+
+TEST(DerivePlateRow, ColumnWithVariancesAndZeroRowSum) {
+    Matrix c{{4, -1, -2.5}, {-1.25, 3, -1.5}, {99, 99, 99}};
+    Matrix v{{0.1, 0.2, 0.3}, {0.4, 0.5, 0.6}, {9, 9, 9}};
+    KARVEN::derivePlateRow(c, v);
+    EXPECT_EQ(c[2], (std::vector<double>{-2.5, -1.5, 4.0}));
+    EXPECT_DOUBLE_EQ(v[2][0], 0.3);
+    EXPECT_DOUBLE_EQ(v[2][1], 0.6);
+    EXPECT_DOUBLE_EQ(v[2][2], 0.9);
+    // Without variances (the external route) only the values change; one row is left alone.
+    Matrix none, d{{4, -1}, {7, 7}}, one{{5}};
+    KARVEN::derivePlateRow(d, none);
+    EXPECT_EQ(d[1], (std::vector<double>{-1, 1}));
+    EXPECT_TRUE(none.empty());
+    KARVEN::derivePlateRow(one, none);
+    EXPECT_EQ(one, (Matrix{{5}}));
+}
+
+TEST(ConstrainMatrix, OneByOneAndAllZeroRows) {
+    Matrix c{{2.0}};
+    EXPECT_EQ(constrain(c, 0.005),
+              std::make_pair(false, std::string("[WARN]: row sums for 0/0 are too large: OLD: 2 "
+                                                "vs 2 (100%), NEW: 2 vs 2 (100%)\n")));
+    EXPECT_EQ(c[0][0], 0.0);
+    Matrix d{{2.0}};
+    EXPECT_TRUE(constrain(d, 0.5).first);
+    Matrix zero{{0.0, 0.0}, {0.0, 0.0}};
+    EXPECT_EQ(constrain(zero, 0.005), std::make_pair(true, std::string()));
+    EXPECT_EQ(zero, (Matrix{{0.0, 0.0}, {0.0, 0.0}}));
 }
 
 TEST(ConstrainMatrix, VariancesWeighTheMeanAndAZeroOneZeroesBothCouplings) {

@@ -456,6 +456,112 @@ TEST(SolverNets, AllSearchModesAgreeWithBruteForceOnRandomPoints) {
     }
 }
 
+// The cell index must give bit for bit what the scan of every net gives, hint or not: the walk's
+// numbers depend on it. Points are drawn where an index goes wrong: on cell edges and corners, on
+// and just beside net sides and corners, inside nets, far from the wires.
+TEST(SolverNets, CellIndexAnswersExactlyAsTheFullScan) {
+    for (const int n : {5, 20, 40, 80}) {
+        for (const bool neumann : {true, false}) {
+            SCOPED_TRACE(testing::Message() << n << " wires, neumann=" << neumann);
+            std::mt19937 gen(1000 + n);
+            std::uniform_real_distribution<double> unit(0, 1);
+            // Two metal levels of random widths and gaps (some touching, some sharing sides), the
+            // master first, and a plate clipped to a sheet.
+            std::vector<Rectangle> wires;
+            double x[2] = {-0.1 * n, -0.1 * n};
+            for (int k = 0; k < n; ++k) {
+                const int lv = k % 2;
+                const double w = unit(gen) < 0.2 ? 0.1 : 0.05 + 0.2 * unit(gen);
+                const double gap = unit(gen) < 0.1 ? 0.0 : 0.05 + 0.3 * unit(gen);
+                const double y0 = lv ? 0.8 : 0.3, y1 = lv ? 1.0 + 0.1 * unit(gen) : 0.5;
+                wires.push_back(rect(x[lv] + gap, y0, x[lv] + gap + w, y1));
+                x[lv] += gap + w;
+            }
+            const double half = std::max(x[0], x[1]) + 3;
+            wires.push_back(rect(-half, -0.1, half, 0));
+            NetManager nm(wires, kRandomLayers, {}, rect(-half, 0, half, 6),
+                          space_args(neumann, NEIGHBOR_BOX), Config::ApproxArgs{});
+            NetManager full(wires, kRandomLayers, {}, rect(-half, 0, half, 6),
+                            space_args(neumann, NEIGHBOR_BOX), Config::ApproxArgs{});
+            nm.set_cell_index(1);
+            full.set_cell_index(0);
+            ASSERT_EQ(full.mean_cell_candidates(), 0.0);
+            const std::vector<double> ex = nm.cell_edges(true), ey = nm.cell_edges(false);
+            ASSERT_GT(ex.size(), 8u);
+            ASSERT_GT(ey.size(), 8u);
+
+            std::uniform_int_distribution<int> pick_net(0, static_cast<int>(nm.nets.size()) - 1),
+                pick_x(0, static_cast<int>(ex.size()) - 1),
+                pick_y(0, static_cast<int>(ey.size()) - 1), kind(0, 5), sign(-1, 1);
+            int hits = 0, touches = 0;
+            for (int k = 0; k < 20000; ++k) {
+                Vector2D p;
+                const Shape& s = *nm.nets[pick_net(gen)]->shape;
+                const double nudge = 1e-9 * sign(gen) + 1e-8 * sign(gen);
+                switch (kind(gen)) {
+                    case 0:  // anywhere in the window
+                        p = {-half + 2 * half * unit(gen), 6 * unit(gen)};
+                        break;
+                    case 1:  // a cell corner
+                        p = {ex[pick_x(gen)], ey[pick_y(gen)]};
+                        break;
+                    case 2:  // a cell edge
+                        p = {ex[pick_x(gen)], 6 * unit(gen)};
+                        break;
+                    case 3:  // a net corner, exact or nudged by about the geometric zero
+                        p = {(unit(gen) < 0.5 ? s.box_left : s.box_right) + nudge,
+                             (unit(gen) < 0.5 ? s.box_bottom : s.box_top) + nudge};
+                        break;
+                    case 4:  // near the wires
+                        p = {-half + 2 * half * unit(gen), 1.5 * unit(gen)};
+                        break;
+                    default:  // just off a net side
+                        p = {s.box_left + unit(gen) * (s.box_right - s.box_left),
+                             (unit(gen) < 0.5 ? s.box_top : s.box_bottom) +
+                                 0.05 * unit(gen) * sign(gen)};
+                }
+                const int last = unit(gen) < 0.5 ? pick_net(gen) : -1;
+                WireNet *hit_a = nullptr, *hit_b = nullptr;
+                double ra = -1, rb = -2;
+                const NeighborResult ret_a =
+                    nm.neighbor(p, hit_a, ra, last < 0 ? nullptr : nm.nets[last], false);
+                const NeighborResult ret_b =
+                    full.neighbor(p, hit_b, rb, last < 0 ? nullptr : full.nets[last], false);
+                ASSERT_EQ(ret_a, ret_b) << "at (" << p.x << ", " << p.y << ")";
+                ASSERT_EQ(index_of(nm, hit_a), index_of(full, hit_b))
+                    << "at (" << p.x << ", " << p.y << ")";
+                ASSERT_EQ(ra, rb) << "at (" << p.x << ", " << p.y << ")";
+                hits += hit_a != nullptr;
+                touches += ret_a == NeighborResult::Absorbed && hit_a != nullptr;
+            }
+            EXPECT_GT(hits, 10000);
+            EXPECT_GT(touches, 1000);
+        }
+    }
+}
+
+// The index is what makes the query's cost independent of the wire count: a cell's list stays
+// short however many wires there are.
+TEST(SolverNets, CellListsStayShortAndTheIndexStartsAtADozenNets) {
+    auto row = [](int n) {
+        std::vector<Rectangle> wires;
+        for (int k = 0; k < n; ++k) wires.push_back(rect(0.2 * k, 0.3, 0.2 * k + 0.1, 0.5));
+        wires.push_back(rect(-5, -0.1, 0.2 * n + 5, 0));
+        return std::make_unique<NetManager>(wires, std::vector<std::array<double, 2>>{{0, 1}},
+                                            std::vector<std::pair<double, Rectangle>>{},
+                                            rect(-5, 0, 0.2 * n + 5, 8),
+                                            space_args(true, NEIGHBOR_BOX), Config::ApproxArgs{});
+    };
+    EXPECT_EQ(row(5)->mean_cell_candidates(), 0.0);  // six nets: scanned
+    EXPECT_GT(row(11)->mean_cell_candidates(), 0.0);
+    const double at20 = row(20)->mean_cell_candidates(), at80 = row(80)->mean_cell_candidates();
+    EXPECT_LT(at80, 2 * at20);
+    EXPECT_LT(at80, 20.0);  // of 81 nets
+    auto off = row(80);
+    off->set_cell_index(0);
+    EXPECT_EQ(off->mean_cell_candidates(), 0.0);
+}
+
 namespace {
 // A rectangle that counts calls of its virtual distances.
 struct SpyRectangle : Rectangle {
