@@ -12,6 +12,7 @@
 #include "patterns/derived.h"
 #include "patterns/digest.h"
 #include "patterns/journal.h"
+#include "runtime/failure.h"
 
 namespace fs = std::filesystem;
 using KARVEN::json;
@@ -288,6 +289,26 @@ TEST_F(LongRuns, ResumeKeepsJournalSamplesAndDrawsOnlyTheRest) {
     EXPECT_EQ(lines(dir / "half.jsonl"), half);
     run("half.jsonl", 0, 2, true, 1, 8);
     EXPECT_NE(lines(dir / "half.jsonl")[2], half[2]);
+}
+
+TEST_F(LongRuns, ASolverErrorOnAWorkerReachesTheCallerAndNoFileIsWritten) {
+    writeLines(dir / "one.jsonl", {R"({"conductors": [[0, 0.6, 0.1, 0.2]], "layers": ["M1"]})"});
+    const json structure = {{"structure_input", (dir / "one.jsonl").string()}, {"window", 30.0}};
+    for (const json& p : {params, structure}) {
+        KARVEN::Random family;
+        auto failing = [](auto&&...) -> std::vector<double> {
+            throw KARVEN::FatalError("Error: the solve failed");
+        };
+        EXPECT_EQ(errorOf([&] {
+                      ptest::quiet([&] {
+                          family.populate((dir / "f.jsonl").string(), ctf, p, {2, 0.005, true, 7},
+                                          failing);
+                      });
+                  }),
+                  "Error: the solve failed");
+        EXPECT_FALSE(fs::exists(dir / "f.jsonl"));
+        fs::remove(dir / "f.jsonl.journal");
+    }
 }
 
 TEST_F(LongRuns, JournalThatDoesNotFitIsRefusedAndKept) {
