@@ -6,13 +6,13 @@
 //
 // Each conductor (the ground plate last) is master once per seed; every solve runs one walker
 // thread, and solves run in parallel on all cores. Per entry it prints the reference, the mean
-// error over the seeds in percent of the row's diagonal, the standard error of that mean (from
+// error over all seeds in percent of the row's diagonal, the standard error of that mean (from
 // the solvers' own variances, which stay meaningful with two seeds) and z = mean / standard
-// error, flagging |z| > 3. Per structure, the ratio of the seed spread to those standard errors
-// checks that the solver's error bars are honest (about 1 when they are). Rows are the raw
+// error, flagging |z| > 3. Per structure, the ratio of the seed-to-seed spread to those standard
+// errors checks that the solver's error bars are honest (about 1 when they are). Rows are the raw
 // solver rows, before any symmetrisation, so a bias of one master's solve shows in its own row.
 //
-// --plate-row adds, per structure, the plate's row three ways, each pooled over the seeds: as
+// --plate-row adds, per structure, the plate's row three ways, each pooled over all seeds: as
 // solved with the plate as master, derived from the wire rows (their column, the diagonal closing
 // the row), and both after the sample generator's constraint, which is what a sample file holds
 // (solved then symmetrised: the old output; derived: the default output). Errors are in percent
