@@ -18,20 +18,10 @@
 #include <string>
 #include <vector>
 
+#include "bench_util.h"
 #include "resistance/rp2p_solver.h"
 
 namespace {
-
-// CPU time of the process: on a shared machine the wall time also counts other jobs' turns.
-double cpuSeconds() {
-    timespec t{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-    return t.tv_sec + 1e-9 * t.tv_nsec;
-}
-
-double seconds(std::chrono::steady_clock::time_point since) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
-}
 
 double statusMB(const char* key) {
     std::ifstream in("/proc/self/status");

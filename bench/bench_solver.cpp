@@ -25,6 +25,7 @@
 #include "solver/net_manager.h"
 #include "solver/online_table.h"
 #include "solver/walk_manager.h"
+#include "support/validation_reference.h"
 
 // ---- Allocation counter: every operator new while armed. ----
 namespace {
@@ -59,32 +60,15 @@ namespace {
 
 using namespace RW2D;
 
-struct Structure {
-    std::string name;
-    std::vector<std::array<double, 4>> wires;
-    std::vector<std::array<double, 2>> layers;
-    std::vector<std::pair<double, std::array<double, 4>>> dielectrics;
-    std::array<double, 4> window{};
-    std::vector<double> row0;
-};
+using Structure = karven_test::ValidationReference;
 
 Structure load(const std::string& stem) {
-    std::ifstream in(std::string(KARVEN_VALIDATION_DIR) + "/" + stem + ".json");
-    if (!in) {
-        std::fprintf(stderr, "cannot read %s\n", stem.c_str());
+    try {
+        return karven_test::load_validation_reference(KARVEN_VALIDATION_DIR, stem);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
         std::exit(1);
     }
-    const nlohmann::json j = nlohmann::json::parse(in);
-    Structure s;
-    s.name = stem;
-    s.window = j.at("window").get<std::array<double, 4>>();
-    s.wires = j.at("conductors").get<std::vector<std::array<double, 4>>>();
-    s.wires.push_back({s.window[0], s.window[1] - 0.1, s.window[2], s.window[1]});
-    s.layers = j.at("layers").get<std::vector<std::array<double, 2>>>();
-    for (const auto& d : j.at("dielectrics"))
-        s.dielectrics.emplace_back(d.at(0).get<double>(), d.at(1).get<std::array<double, 4>>());
-    s.row0 = j.at("matrix").at(0).get<std::vector<double>>();
-    return s;
 }
 
 // Picks the walk count out of the solver's diagnostics.
@@ -263,8 +247,8 @@ int main(int argc, char** argv) {
         for (std::size_t j = 0; j < n; ++j) {
             const double v = best1.values[j], sd = std::sqrt(best1.values[n + j]);
             std::printf("    C0%zu  %+.5f  ref %+.5f  diff %+.2f%% of diag  (%.1f sigma)\n", j, v,
-                        s.row0[j], 100 * (v - s.row0[j]) / s.row0[0],
-                        sd > 0 ? (v - s.row0[j]) / sd : 0.0);
+                        s.matrix[0][j], 100 * (v - s.matrix[0][j]) / s.matrix[0][0],
+                        sd > 0 ? (v - s.matrix[0][j]) / sd : 0.0);
         }
         std::printf("\n");
     }
