@@ -8,7 +8,7 @@
 // thread, and solves run in parallel on all cores. Per entry it prints the reference, the mean
 // error over all seeds in percent of the row's diagonal, the standard error of that mean (from
 // the solvers' own variances, which stay meaningful with two seeds) and z = mean / standard
-// error, flagging |z| > 3. Per structure, the ratio of the seed-to-seed spread to those standard
+// error, flagging |z| > 3. Per structure, the ratio of the spread between seeds to those standard
 // errors checks that the solver's error bars are honest (about 1 when they are). Rows are the raw
 // solver rows, before any symmetrisation, so a bias of one master's solve shows in its own row.
 //
