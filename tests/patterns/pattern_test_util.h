@@ -3,6 +3,9 @@
 // file reading and quiet calls.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -59,6 +62,27 @@ std::string quiet(F&& fn) {
         throw;
     }
     return testing::internal::GetCapturedStdout();
+}
+
+// A stand-in field solver: coupling falls off as exp(-gap) with the gap to the master, so rows are
+// symmetric and sum to zero without noise, and every variance is 1e-8.
+inline std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
+                                         const std::vector<std::array<double, 2>>&,
+                                         const std::vector<KARVEN::ConformalRect>&,
+                                         const KARVEN::Rect&, double, int) {
+    auto gap = [](const KARVEN::Rect& a, const KARVEN::Rect& b) {
+        const double dx = std::max({0.0, b[0] - a[2], a[0] - b[2]});
+        const double dy = std::max({0.0, b[1] - a[3], a[1] - b[3]});
+        return std::hypot(dx, dy);
+    };
+    const size_t n = wires.size();
+    std::vector<double> r(2 * n, 1e-8);
+    r[0] = 0.0;
+    for (size_t j = 1; j < n; ++j) {
+        r[j] = -std::exp(-gap(wires[0], wires[j]));
+        r[0] -= r[j];
+    }
+    return r;
 }
 
 }  // namespace ptest

@@ -116,27 +116,6 @@ TEST(SampleLine, SameBytesAsTheSampleFileWithTheGlobalId) {
 
 namespace {
 
-double gap(const KARVEN::Rect& a, const KARVEN::Rect& b) {
-    double dx = std::max({0.0, b[0] - a[2], a[0] - b[2]});
-    double dy = std::max({0.0, b[1] - a[3], a[1] - b[3]});
-    return std::hypot(dx, dy);
-}
-
-// Coupling falls off with the gap to the master; symmetric and zero-sum after the constraint.
-std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
-                                  const std::vector<std::array<double, 2>>&,
-                                  const std::vector<KARVEN::ConformalRect>&, const KARVEN::Rect&,
-                                  double, int) {
-    const size_t n = wires.size();
-    std::vector<double> r(2 * n, 1e-8);
-    r[0] = 0.0;
-    for (size_t j = 1; j < n; ++j) {
-        r[j] = -std::exp(-gap(wires[0], wires[j]));
-        r[0] -= r[j];
-    }
-    return r;
-}
-
 std::vector<std::string> lines(const fs::path& p) {
     std::vector<std::string> out;
     std::ifstream in(p);
@@ -185,7 +164,7 @@ protected:
         family.long_run.resume = resume;
         return ptest::quiet([&] {
             count = family.populate((dir / file).string(), ctf, params,
-                                    {threads, config.precision, true, seed}, falloffSolver);
+                                    {threads, config.precision, true, seed}, ptest::falloffSolver);
         });
     }
     std::string header(const KARVEN::LongRun& r = {}) {

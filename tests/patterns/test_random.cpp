@@ -17,26 +17,6 @@ using KARVEN::json;
 
 namespace {
 
-double gap(const KARVEN::Rect& a, const KARVEN::Rect& b) {
-    double dx = std::max({0.0, b[0] - a[2], a[0] - b[2]});
-    double dy = std::max({0.0, b[1] - a[3], a[1] - b[3]});
-    return std::hypot(dx, dy);
-}
-
-std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
-                                  const std::vector<std::array<double, 2>>&,
-                                  const std::vector<KARVEN::ConformalRect>&, const KARVEN::Rect&,
-                                  double, int) {
-    const size_t n = wires.size();
-    std::vector<double> r(2 * n, 1e-8);
-    r[0] = 0.0;
-    for (size_t j = 1; j < n; ++j) {
-        r[j] = -std::exp(-gap(wires[0], wires[j]));
-        r[0] -= r[j];
-    }
-    return r;
-}
-
 std::vector<json> readSamples(const fs::path& p) {
     std::vector<json> out;
     std::ifstream in(p);
@@ -65,7 +45,7 @@ protected:
         int count = 0;
         printed = ptest::quiet([&] {
             count = family.populate((dir / file).string(), stack ? *stack : ctf, params,
-                                    {1, 0.005, true, 7}, falloffSolver);
+                                    {1, 0.005, true, 7}, ptest::falloffSolver);
         });
         window = family.window;
         return count;
@@ -237,7 +217,7 @@ TEST_F(RandomSamples, PlateRowIsDerivedUnlessSolvePlateRowIsSet) {
                 ++count.solves;
                 count.plate += w[0][2] - w[0][0] >= 30.0;
             }
-            std::vector<double> r = falloffSolver(w, l, d, win, p, s);
+            std::vector<double> r = ptest::falloffSolver(w, l, d, win, p, s);
             if (w[0][2] - w[0][0] >= 30.0)
                 for (size_t j = 0; j < w.size(); ++j) r[j] *= 2;
             return r;
