@@ -132,13 +132,11 @@ Raw raw_walks(const Structure& s, long n) {
     const Config config = Config::for_entry(0.005, 1);
     NetManager nets(wires, s.layers, diel, Rectangle::from_array(s.window), config.space,
                     config.approx);
-    online_table_manager tables;
+    table_stores stores;  // its own, so that the counts below start from nothing
+    online_table_manager tables(stores);
     WalkManager walker(&nets, config, tables, 3);
     for (long k = 0; k < 20000; ++k) walker.walk();  // tables solved, vectors grown
-    const auto stored = [&tables] {
-        return static_cast<long>(tables.gft_tables.map.size() + tables.wvtz_tables.map.size() +
-                                 tables.wvtx_tables.map.size());
-    };
+    const auto stored = [&stores] { return static_cast<long>(stores.size()); };
     const long before = stored();
     Raw out{0, 0, 0, n, 0, 0, 0};
     g_allocs = 0;
@@ -215,13 +213,9 @@ int main(int argc, char** argv) {
                     raw.all_tables, raw.walks + 20000, raw.all_tables * table_ms / 1e3);
         if (raw_only) continue;
 
-        // Each solve starts with empty private stores; the process-wide ones grow by what the solve
-        // had to compute (they are only read once frozen).
-        const auto global_tables = [] {
-            return online_table_database<PDFGFT>::instance().map.size() +
-                   online_table_database<PDFWVTz>::instance().map.size() +
-                   online_table_database<PDFWVTx>::instance().map.size();
-        };
+        // Solves share the process-wide stores: the first fills them, later ones find their
+        // tables there.
+        const auto global_tables = [] { return table_stores::process().size(); };
         const std::size_t tables_before = global_tables();
         const double c0 = thread_cpu();
         solve(s, precision, 1, 10);

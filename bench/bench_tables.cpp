@@ -71,7 +71,7 @@ int main() {
     std::printf("  get_WVTz                 %8.1f ns\n", wvtz_us * 1000);
     std::printf("  get_WVTx                 %8.1f ns\n", wvtx_us * 1000);
     std::printf("  heap allocations on the hit path: %ld\n", allocations);
-    std::printf("  stores: %zu GFT, %zu WVTz, %zu WVTx\n", tables.gft_tables.map.size(),
-                tables.wvtz_tables.map.size(), tables.wvtx_tables.map.size());
+    std::printf("  stores: %zu GFT, %zu WVTz, %zu WVTx\n", tables.stores().gft.size(),
+                tables.stores().wvtz.size(), tables.stores().wvtx.size());
     return allocations == 0 ? 0 : 1;
 }

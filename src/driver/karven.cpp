@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "driver/provenance.h"
+#include "driver/table_cache.h"
 #include "patterns/derived.h"
 #include "patterns/parameters.h"
 #include "runtime/failure.h"
@@ -111,7 +112,10 @@ void Karven::generate(const KarvenConfig& config, const MCTF::MiniCTF& ctf) {
     if (!makeFolders(folder)) throw FatalError("Error: Unable to create folder " + folder);
 
     auto start = std::chrono::steady_clock::now();
+    const TableCacheSession cache(tableCachePath(config, ctf));
     RunTotals totals;
+    totals.table_cache = cache.path();
+    totals.tables_loaded = cache.loaded();
     totals.start = std::chrono::system_clock::now();
     int solves = 0;
     // The run executes one family; the others are reachable through the factory only.

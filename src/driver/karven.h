@@ -13,8 +13,9 @@ struct KarvenConfig {
     std::string tmp_folder = "tmp";  // accepted for scripts that pass it; the run does not read it
     std::string param_json_path;
     KARVEN::ExtractionConfig extraction;
-    bool resume = false;  // --resume: finish the run in the journal beside the output
-    std::string shard;    // "k/n" of --shard; empty for the whole run
+    bool resume = false;      // --resume: finish the run in the journal beside the output
+    std::string shard;        // "k/n" of --shard; empty for the whole run
+    std::string table_cache;  // --table-cache: folder, "off", or empty for the default folder
     std::vector<std::string> command_line;  // the arguments as given, for the run's record
 };
 

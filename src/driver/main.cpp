@@ -37,6 +37,10 @@ int main(int argc, char** argv) {
     app.add_option("--shard", config.shard,
                    "Draw only part k of n of the sample indices, k from 0 to n-1 (default: 0/1)")
         ->type_name("K/N");
+    app.add_option("--table-cache", config.table_cache,
+                   "Folder that keeps solved tables between runs, or off (default: "
+                   "$XDG_CACHE_HOME/karven, else ~/.cache/karven)")
+        ->type_name("DIR|off");
 
     try {
         app.parse(argc, argv);

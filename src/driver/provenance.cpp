@@ -100,7 +100,12 @@ json runMetadata(const KarvenConfig& config, const Random& family, const RunTota
                  {"samples_written", totals.samples_written},
                  {"solves", family.tally.solves.load()},
                  {"walks", family.tally.walks.load()},
-                 {"hops", family.tally.hops.load()}};
+                 {"hops", family.tally.hops.load()},
+                 {"table_queries", family.tally.table_queries.load()},
+                 {"table_solves", family.tally.table_solves.load()},
+                 {"table_seconds", family.tally.table_seconds.load()},
+                 {"table_cache", totals.table_cache},
+                 {"tables_loaded", totals.tables_loaded}};
     const std::string structure = family.effective_parameters.value("structure_input", "");
     if (!structure.empty()) meta["structure"] = fileIdentity(structure);
     return meta;

@@ -34,6 +34,8 @@ struct RunTotals {
     std::chrono::system_clock::time_point end;
     int64_t samples_written = 0;
     json technology;  // the technology file's identity when the run began: technologyIdentity
+    std::string table_cache;        // the cache file, empty when the run kept none
+    std::size_t tables_loaded = 0;  // tables read from it at the start
 };
 
 // Returns the technology file's path and SHA-256 as {"path", "sha256"}; both are "" when no path

@@ -31,6 +31,9 @@ FieldSolver countingSolver(SolveTally& tally) {
             tally.solves.fetch_add(1, std::memory_order_relaxed);
             tally.walks.fetch_add(count.walks, std::memory_order_relaxed);
             tally.hops.fetch_add(count.hops, std::memory_order_relaxed);
+            tally.table_queries.fetch_add(count.table_queries, std::memory_order_relaxed);
+            tally.table_solves.fetch_add(count.table_solves, std::memory_order_relaxed);
+            tally.table_seconds.fetch_add(count.table_seconds, std::memory_order_relaxed);
             return result;
         };
 }

@@ -25,15 +25,19 @@ using FieldSolver = std::function<std::vector<double>(
 // Returns the in-process random-walk solver.
 const FieldSolver& fieldSolver();
 
-// What a run's solves cost: solver calls, walks and hops, summed as each solve ends.
+// What a run's solves cost: solver calls, walks and hops, table lookups, the tables solved and
+// the thread seconds that took, summed as each solve ends.
 struct SolveTally {
     std::atomic<std::uint64_t> solves{0};
     std::atomic<std::uint64_t> walks{0};
     std::atomic<std::uint64_t> hops{0};
+    std::atomic<std::uint64_t> table_queries{0};
+    std::atomic<std::uint64_t> table_solves{0};
+    std::atomic<double> table_seconds{0};
 };
 
-// Returns the in-process solver adding each call's solve, walks and hops to `tally`, which must
-// outlive the returned function.
+// Returns the in-process solver adding each call's counts to `tally`, which must outlive the
+// returned function.
 FieldSolver countingSolver(SolveTally& tally);
 
 // The solve domain of a pattern: x across the family's window, y from the substrate top to

@@ -32,7 +32,9 @@ std::vector<double> extract_capacitance_counted(
     RW2D::MCManager manager;
     std::vector<double> result =
         manager.estimate(rects, layers, diel, Rectangle::from_array(window), config);
-    count = {manager.last_walks, manager.last_hops};
+    const RW2D::table_counts& t = manager.last_tables;
+    count = {manager.last_walks, manager.last_hops, static_cast<std::uint64_t>(t.queries()),
+             static_cast<std::uint64_t>(t.solved), t.solve_seconds};
     return result;
 }
 

@@ -306,8 +306,8 @@ std::vector<double> MCManager::estimate(
             relay.run([&] { walk_worker(nets.get(), config, tables, global.get(), seed_base); });
             relay.rethrow();
         }
-        // The private stores feed the process-wide ones once the solve is done.
-        for (online_table_manager& t : tables) t.merge_all_into_global();
+        last_tables = {};
+        for (const online_table_manager& t : tables) last_tables += t.counts;
     }
     const double elapsed = omp_get_wtime() - t0;
     Debugger::log("walk time cost: ", fixed(elapsed), " s");

@@ -74,6 +74,8 @@ public:
     // Totals of the last estimate: walks as total_walks() counts them, and their hops.
     std::uint64_t last_walks = 0;
     std::uint64_t last_hops = 0;
+    // The last estimate's table lookups, and the tables its walkers had to solve.
+    table_counts last_tables;
 
     // Renders a result as text in one of four forms.
     struct Reporter {

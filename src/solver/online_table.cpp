@@ -1,17 +1,19 @@
 #include "solver/online_table.h"
 
-#include <sched.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 #include <type_traits>
-#include <typeinfo>
 
 #include "solver/rounding.h"
 
@@ -113,30 +115,29 @@ void read_tail(R& in, PDFWVTx& t) {
 }
 
 template <class T>
-void write_store(const std::string& path, const online_table_database<T>& store) {
+void write_store(const std::string& path, const table_store<T>& store) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (!out) {
         std::cerr << "Failed to open file for writing." << std::endl;
         return;
     }
-    const uint64_t count = store.map.size();
+    const uint64_t count = store.size();
     out.write(reinterpret_cast<const char*>(&count), sizeof count);
-    for (const auto& [key, table] : store.map) {
+    store.for_each([&out](const std::string& key, const T& table) {
         const uint64_t len = key.size();
         out.write(reinterpret_cast<const char*>(&len), sizeof len);
         out.write(key.data(), static_cast<std::streamsize>(len));
         write_tail(out, table);
-    }
+    });
 }
 
 // The loop trusts the count: a truncated file reads as zero-filled records.
 template <class T>
-void read_store(const std::string& path, online_table_database<T>& store) {
+void read_store(const std::string& path, table_store<T>& store) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return;
     uint64_t count = 0;
     in.read(reinterpret_cast<char*>(&count), sizeof count);
-    store.map.reserve(store.map.size() + count);
     std::string key;
     for (uint64_t r = 0; r < count; ++r) {
         uint64_t len = 0;
@@ -145,8 +146,80 @@ void read_store(const std::string& path, online_table_database<T>& store) {
         in.read(key.data(), static_cast<std::streamsize>(len));
         T table;
         read_tail(in, table);
-        store.map.try_emplace(key, table);
+        store.insert(key, table);
     }
+}
+
+// A table cache: magic, grid and key steps, then the Green's function, z-weight and x-weight
+// sections (a count, then key length, key and table per record), then an FNV-1a hash of all that.
+constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '1'};
+constexpr uint64_t kMaxKey = 2 * kNodes + 2;
+
+uint64_t fnv1a(const char* p, size_t n) {
+    uint64_t h = 14695981039346656037ull;
+    for (size_t i = 0; i < n; ++i) h = (h ^ static_cast<unsigned char>(p[i])) * 1099511628211ull;
+    return h;
+}
+
+struct buffer_writer {
+    std::string& bytes;
+    void write(const char* p, std::streamsize n) { bytes.append(p, static_cast<size_t>(n)); }
+    template <class V>
+    void put(const V& v) {
+        write(reinterpret_cast<const char*>(&v), sizeof v);
+    }
+};
+
+// Reads past the end as zeros and remembers that it did.
+struct buffer_reader {
+    const std::string& bytes;
+    size_t pos = 0;
+    bool overrun = false;
+    void read(char* p, std::streamsize n) {
+        const size_t k = static_cast<size_t>(n);
+        if (pos + k > bytes.size()) {
+            std::memset(p, 0, k);
+            overrun = true;
+            pos = bytes.size();
+            return;
+        }
+        std::memcpy(p, bytes.data() + pos, k);
+        pos += k;
+    }
+    template <class V>
+    V get() {
+        V v{};
+        read(reinterpret_cast<char*>(&v), sizeof v);
+        return v;
+    }
+};
+
+template <class T>
+void put_section(buffer_writer& out, const table_store<T>& store) {
+    out.put(static_cast<uint64_t>(store.size()));
+    store.for_each([&out](const std::string& key, const T& table) {
+        out.put(static_cast<uint64_t>(key.size()));
+        out.write(key.data(), static_cast<std::streamsize>(key.size()));
+        write_tail(out, table);
+    });
+}
+
+// Reads one section into records; false when the section does not hold together.
+template <class T>
+bool get_section(buffer_reader& in, std::vector<std::pair<std::string, T>>& records) {
+    const uint64_t count = in.get<uint64_t>();
+    if (count > in.bytes.size()) return false;
+    records.reserve(count);
+    for (uint64_t r = 0; r < count && !in.overrun; ++r) {
+        const uint64_t len = in.get<uint64_t>();
+        if (len == 0 || len > kMaxKey) return false;
+        std::string key(len, '\0');
+        in.read(key.data(), static_cast<std::streamsize>(len));
+        T table;
+        read_tail(in, table);
+        records.emplace_back(std::move(key), table);
+    }
+    return !in.overrun;
 }
 
 }  // namespace
@@ -154,51 +227,43 @@ void read_store(const std::string& path, online_table_database<T>& store) {
 // ---------------------------------------------------------------------------------------------
 // Shared stores
 
-template <class T>
-online_table_database<T>& online_table_database<T>::instance() {
-    static online_table_database store;
-    return store;
+table_stores& table_stores::process() {
+    static table_stores stores;
+    return stores;
 }
 
-template <class T>
-online_table_lock& online_table_database<T>::lock_instance() {
-    static online_table_lock lock;
-    return lock;
+const table_stores::singles& table_stores::homogeneous() {
+    std::call_once(singles_once_, [this] {
+        gft_solver solver;
+        solver.solve_single();
+        singles_ = {solver.gft, solver.wvtz, solver.wvtx};
+    });
+    return singles_;
 }
 
-template <class T>
-void online_table_database<T>::merge_into_global() {
-    merge_into(instance(), lock_instance());
+const PDFGFT* table_stores::single_gft() {
+    return &homogeneous().gft;
+}
+const PDFWVTz* table_stores::single_wvtz() {
+    return &homogeneous().wvtz;
+}
+const PDFWVTx* table_stores::single_wvtx() {
+    return &homogeneous().wvtx;
 }
 
-template <class T>
-void online_table_database<T>::merge_into(online_table_database& shared, online_table_lock& lock) {
-    if (map.empty() && query_count == 0) return;
-    if (shared.is_frozen()) return;
-    while (lock.writer.exchange(1, std::memory_order_acquire) != 0) sched_yield();
-    while (lock.readers.load(std::memory_order_acquire) != 0) sched_yield();
-    if (shared.frozen.load(std::memory_order_relaxed)) {
-        lock.writer.store(0, std::memory_order_release);
-        return;
-    }
-    for (const auto& entry : map) shared.map.insert(entry);  // an entry already there stays
-    shared.query_count += query_count;
-    const double size = static_cast<double>(shared.map.size());
-    if (shared.query_count > 10000000 && size / static_cast<double>(shared.query_count) < 1e-5) {
-        shared.frozen.store(true, std::memory_order_release);
-        std::printf("[DEBUG] %s shared table shutdown, size: %zu, query count: %lld\n",
-                    typeid(T).name(), shared.map.size(),
-                    static_cast<long long>(shared.query_count));
-        std::fflush(stdout);
-    }
-    lock.writer.store(0, std::memory_order_release);
-    map.clear();
-    query_count = 0;
+bool table_stores::first_load(unsigned long id, const std::string& dir) {
+    std::lock_guard<std::mutex> guard(loaded_mutex_);
+    return loaded_.emplace(id, dir).second;
 }
 
-template class online_table_database<PDFGFT>;
-template class online_table_database<PDFWVTz>;
-template class online_table_database<PDFWVTx>;
+table_counts& table_counts::operator+=(const table_counts& o) {
+    gft_queries += o.gft_queries;
+    wvtz_queries += o.wvtz_queries;
+    wvtx_queries += o.wvtx_queries;
+    solved += o.solved;
+    solve_seconds += o.solve_seconds;
+    return *this;
+}
 
 // ---------------------------------------------------------------------------------------------
 // Keys
@@ -341,83 +406,41 @@ void online_table_manager::unpack_key() {
 // ---------------------------------------------------------------------------------------------
 // Lookups
 
-online_table_manager::online_table_manager(online_table_manager&& o) noexcept
-    : single_gft(o.single_gft),
-      single_wvtz(o.single_wvtz),
-      single_wvtx(o.single_wvtx),
-      gft_tables(std::move(o.gft_tables)),
-      wvtz_tables(std::move(o.wvtz_tables)),
-      wvtx_tables(std::move(o.wvtx_tables)),
-      solver(std::move(o.solver)),
-      wvt_step(o.wvt_step),
-      gft_step(o.gft_step) {
-    o.single_gft = nullptr;
-    o.single_wvtz = nullptr;
-    o.single_wvtx = nullptr;
-}
-
-online_table_manager::~online_table_manager() {
-    delete single_gft;
-    delete single_wvtz;
-    delete single_wvtx;
-}
-
-void online_table_manager::make_singles() {
-    solver.solve_single();
-    single_gft = new PDFGFT(solver.gft);
-    single_wvtz = new PDFWVTz(solver.wvtz);
-    single_wvtx = new PDFWVTx(solver.wvtx);
-}
-
-const PDFGFT* online_table_manager::get_single_gft() {
-    if (!single_gft) make_singles();
-    return single_gft;
-}
-
-const PDFWVTz* online_table_manager::get_single_wvtz() {
-    if (!single_wvtz) make_singles();
-    return single_wvtz;
-}
-
-const PDFWVTx* online_table_manager::get_single_wvtx() {
-    if (!single_wvtx) make_singles();
-    return single_wvtx;
-}
-
 template <class T>
-const T* online_table_manager::lookup(online_table_database<T>& store,
-                                      gft_solver::solver_code code) {
-    const online_table_database<T>& shared = online_table_database<T>::instance();
-    if (shared.is_frozen())
-        if (const T* hit = shared.find(key_)) return hit;
+const T* online_table_manager::lookup(table_store<T>& store, gft_solver::solver_code code) {
     if (const T* hit = store.find(key_)) return hit;
+    const auto t0 = std::chrono::steady_clock::now();
     unpack_key();
-    solver.solve_pack(code, itf_, eps_);
+    solver_.solve_pack(code, itf_, eps_);
     const T* solved;
     if constexpr (std::is_same_v<T, PDFGFT>)
-        solved = &solver.gft;
+        solved = &solver_.gft;
     else if constexpr (std::is_same_v<T, PDFWVTz>)
-        solved = &solver.wvtz;
+        solved = &solver_.wvtz;
     else
-        solved = &solver.wvtx;
-    return &store.map.try_emplace(key_, *solved).first->second;
+        solved = &solver_.wvtx;
+    const T* stored = store.insert(key_, *solved);
+    ++counts.solved;
+    counts.solve_seconds +=
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    return stored;
 }
 
 const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
                                             const std::vector<double>& eps, double size, RandGen*) {
-    ++gft_tables.query_count;
+    ++counts.gft_queries;
     if (eps.size() <= 1) return get_single_gft();
     pack(heights, eps, size, gft_step, key_);
     if (key_.size() < 3) return get_single_gft();
     // The stack maximum may lie outside the box; the table must not depend on it.
     renormalise_key();
-    return lookup(gft_tables, gft_solver::SOLVE_GFT);
+    return lookup(stores_->gft, gft_solver::SOLVE_GFT);
 }
 
 const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights,
                                               const std::vector<double>& eps, double size,
                                               double& middle_eps) {
-    ++wvtz_tables.query_count;
+    ++counts.wvtz_queries;
     if (eps.size() <= 1) {
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtz();
@@ -425,13 +448,13 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
     pack_avg(heights, eps, size, wvt_step, 1, key_);
     middle_eps = get_middle_eps(heights, eps, key_, size, wvt_step);
     if (key_.size() < 3) return get_single_wvtz();
-    return lookup(wvtz_tables, gft_solver::SOLVE_WVTZ);
+    return lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
 }
 
 const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights,
                                               const std::vector<double>& eps, double size,
                                               double& middle_eps) {
-    ++wvtx_tables.query_count;
+    ++counts.wvtx_queries;
     if (eps.size() <= 1) {
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtx();
@@ -439,13 +462,7 @@ const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights
     pack(heights, eps, size, wvt_step, key_);
     middle_eps = get_middle_eps(heights, eps, key_, size, wvt_step);
     if (key_.size() < 3) return get_single_wvtx();
-    return lookup(wvtx_tables, gft_solver::SOLVE_WVTX);
-}
-
-void online_table_manager::merge_all_into_global() {
-    gft_tables.merge_into_global();
-    wvtx_tables.merge_into_global();
-    wvtz_tables.merge_into_global();
+    return lookup(stores_->wvtx, gft_solver::SOLVE_WVTX);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -464,23 +481,96 @@ std::string online_table_manager::table_path(const std::string& dir, unsigned lo
 void online_table_manager::dump(unsigned long id, const std::string& dir) const {
     try {
         make_directories(dir);
-        write_store(table_path(dir, id, 'X'), gft_tables);
-        write_store(table_path(dir, id, 'Y'), wvtz_tables);
-        write_store(table_path(dir, id, 'Z'), wvtx_tables);
+        write_store(table_path(dir, id, 'X'), stores_->gft);
+        write_store(table_path(dir, id, 'Y'), stores_->wvtz);
+        write_store(table_path(dir, id, 'Z'), stores_->wvtx);
     } catch (const std::exception& e) {
         std::cerr << "Error: " << e.what() << std::endl;
     }
 }
 
 void online_table_manager::load(unsigned long id, const std::string& dir) {
-    if (!is_directory(dir)) return;
+    if (!is_directory(dir) || !stores_->first_load(id, dir)) return;
     try {
-        read_store(table_path(dir, id, 'X'), gft_tables);
-        read_store(table_path(dir, id, 'Y'), wvtz_tables);
-        read_store(table_path(dir, id, 'Z'), wvtx_tables);
+        read_store(table_path(dir, id, 'X'), stores_->gft);
+        read_store(table_path(dir, id, 'Y'), stores_->wvtz);
+        read_store(table_path(dir, id, 'Z'), stores_->wvtx);
     } catch (const std::exception& e) {
         std::cerr << "Error: " << e.what() << std::endl;
     }
+}
+
+}  // namespace RW2D
+
+namespace RW2D {
+
+std::size_t table_stores::load_cache(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return 0;
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    auto ignore = [&path](const char* why) {
+        std::cerr << "Warning: table cache " << path << " ignored: " << why << std::endl;
+        return std::size_t{0};
+    };
+    constexpr size_t head = sizeof kCacheMagic + 2 * sizeof(uint32_t) + 2 * sizeof(double);
+    if (bytes.size() < head + sizeof(uint64_t) ||
+        std::memcmp(bytes.data(), kCacheMagic, sizeof kCacheMagic) != 0)
+        return ignore("not a table cache");
+    const size_t body = bytes.size() - sizeof(uint64_t);
+    uint64_t sum = 0;
+    std::memcpy(&sum, bytes.data() + body, sizeof sum);
+    if (sum != fnv1a(bytes.data(), body)) return ignore("checksum mismatch (truncated or damaged)");
+
+    buffer_reader in{bytes, sizeof kCacheMagic};
+    const auto nodes = in.get<uint32_t>();
+    const auto half = in.get<uint32_t>();
+    const auto gstep = in.get<double>();
+    const auto wstep = in.get<double>();
+    if (nodes != kNodes || half != gft_solver::NHALF || gstep != online_table_manager::gft_step ||
+        wstep != online_table_manager::wvt_step)
+        return ignore("made with another table grid or key step");
+    std::vector<std::pair<std::string, PDFGFT>> g;
+    std::vector<std::pair<std::string, PDFWVTz>> z;
+    std::vector<std::pair<std::string, PDFWVTx>> x;
+    if (!get_section(in, g) || !get_section(in, z) || !get_section(in, x) || in.pos != body)
+        return ignore("malformed records");
+    for (const auto& [key, t] : g) gft.insert(key, t);
+    for (const auto& [key, t] : z) wvtz.insert(key, t);
+    for (const auto& [key, t] : x) wvtx.insert(key, t);
+    return g.size() + z.size() + x.size();
+}
+
+bool table_stores::save_cache(const std::string& path) const {
+    std::string bytes;
+    buffer_writer out{bytes};
+    out.write(kCacheMagic, sizeof kCacheMagic);
+    out.put(static_cast<uint32_t>(kNodes));
+    out.put(static_cast<uint32_t>(gft_solver::NHALF));
+    out.put(online_table_manager::gft_step);
+    out.put(online_table_manager::wvt_step);
+    put_section(out, gft);
+    put_section(out, wvtz);
+    put_section(out, wvtx);
+    out.put(fnv1a(bytes.data(), bytes.size()));
+
+    const std::string tmp = path + ".tmp." + std::to_string(::getpid());
+    try {
+        const size_t slash = path.find_last_of('/');
+        if (slash != std::string::npos && slash > 0) make_directories(path.substr(0, slash));
+        {
+            std::ofstream file(tmp, std::ios::binary | std::ios::trunc);
+            file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+            file.flush();
+            if (!file) throw std::runtime_error("cannot write " + tmp);
+        }
+        if (std::rename(tmp.c_str(), path.c_str()) != 0)
+            throw std::runtime_error("cannot rename " + tmp + ": " + std::strerror(errno));
+    } catch (const std::exception& e) {
+        std::remove(tmp.c_str());
+        std::cerr << "Warning: table cache " << path << " not saved: " << e.what() << std::endl;
+        return false;
+    }
+    return true;
 }
 
 }  // namespace RW2D

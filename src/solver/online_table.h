@@ -1,20 +1,21 @@
 // Cache of box tables keyed by the quantised layer stack of the box.
 //
 // A key is a byte string of (grid node where a layer begins, permittivity / stack maximum /
-// step) pairs, so boxes of any size with like stacks share one table. Each walker thread owns an
-// online_table_manager and walks without locks; at the end of a solve the private stores feed a
-// process-wide store which, once it stops growing, is frozen and then read without a lock.
+// step) pairs, so boxes of any size with like stacks share one table. A table is a pure function
+// of its key, so every solve and every walker thread shares one process-wide set of stores from
+// the first solve on: walkers read it without a lock, and a table missing from it is solved once
+// by the thread that meets it and published for all. The set can be kept on disk between runs.
 #pragma once
 
-#include <absl/container/flat_hash_map.h>
-
-#include <atomic>
 #include <cstdint>
-#include <functional>
+#include <mutex>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "solver/gft_solver.h"
+#include "solver/table_store.h"
 
 namespace RW2D {
 
@@ -24,82 +25,108 @@ using PDFGFT = gft_solver::PDFGFT;
 using PDFWVTz = gft_solver::PDFWVTz;
 using PDFWVTx = gft_solver::PDFWVTx;
 
-// Writer flag and reader count of a shared store.
-struct online_table_lock {
-    std::atomic<int32_t> readers{0};
-    std::atomic<uint8_t> writer{0};
-};
-
-template <class T>
-class online_table_database {
+// The solved tables that solves share: Green's function, z-weight and x-weight tables by key, and
+// the three tables of the homogeneous box.
+class table_stores {
 public:
-    absl::flat_hash_map<std::string, T, std::hash<std::string>> map;
-    // Set once, in the shared store only, when it has stopped growing; never cleared.
-    std::atomic<bool> frozen{false};
-    int64_t query_count = 0;
+    table_store<PDFGFT> gft;
+    table_store<PDFWVTz> wvtz;
+    table_store<PDFWVTx> wvtx;
 
-    online_table_database() = default;
-    online_table_database(online_table_database&& o) noexcept
-        : map(std::move(o.map)), frozen(o.frozen.load()), query_count(o.query_count) {}
-    online_table_database(const online_table_database&) = delete;
-    online_table_database& operator=(const online_table_database&) = delete;
+    table_stores() = default;
+    table_stores(const table_stores&) = delete;
+    table_stores& operator=(const table_stores&) = delete;
 
-    // Process-wide shared store of T, built on first use and destroyed at exit.
-    static online_table_database& instance();
-    // Lock of the shared store.
-    static online_table_lock& lock_instance();
+    // The process-wide set every solve reads and fills, built on first use.
+    static table_stores& process();
 
-    // Returns the stored record or null. No lock, no allocation.
-    const T* find(const std::string& key) const {
-        auto it = map.find(key);
-        return it == map.end() ? nullptr : &it->second;
-    }
-    // True once the store is frozen: it may then be read without a lock.
-    bool is_frozen() const { return frozen.load(std::memory_order_acquire); }
+    // Number of keyed tables held (the homogeneous box not counted).
+    std::size_t size() const { return gft.size() + wvtz.size() + wvtx.size(); }
 
-    // Feeds this private store into the shared one (see merge_into), then empties this store.
-    void merge_into_global();
-    // The same against a given shared store and lock: entries the shared store lacks are copied,
-    // the query count added, and the shared store frozen (with a "[DEBUG] ... shutdown" line on
-    // standard output) when it holds more than 1e7 queries at fewer than 1e-5 entries per query.
-    // Does nothing when this store is empty and unqueried, or the shared store frozen.
-    void merge_into(online_table_database& shared, online_table_lock& lock);
+    // Homogeneous-box tables, solved on the first call of any of the three.
+    const PDFGFT* single_gft();
+    const PDFWVTz* single_wvtz();
+    const PDFWVTx* single_wvtx();
+
+    // True on the first call with this id and dir, false after: table files are read once.
+    bool first_load(unsigned long id, const std::string& dir);
+
+    // Adds the tables of a cache file written by save_cache; keys already held stay. Returns the
+    // number of tables the file held: 0 for a missing file, and 0 with a warning on standard error
+    // and nothing added for a file that is truncated, corrupt or not a table cache of this build.
+    std::size_t load_cache(const std::string& path);
+    // Writes every keyed table to path: into a temporary file beside it, then renamed over it, so
+    // a reader never sees half a file. Returns false, with a warning on standard error, on failure.
+    bool save_cache(const std::string& path) const;
+
+private:
+    struct singles {
+        PDFGFT gft;
+        PDFWVTz wvtz;
+        PDFWVTx wvtx;
+    };
+    const singles& homogeneous();
+
+    std::once_flag singles_once_;
+    singles singles_;
+    std::mutex loaded_mutex_;
+    std::set<std::pair<unsigned long, std::string>> loaded_;
 };
 
+// What one manager did: table lookups by kind, and the tables it had to solve and the time that
+// took.
+struct table_counts {
+    std::int64_t gft_queries = 0;
+    std::int64_t wvtz_queries = 0;
+    std::int64_t wvtx_queries = 0;
+    std::int64_t solved = 0;
+    double solve_seconds = 0;
+
+    std::int64_t queries() const { return gft_queries + wvtz_queries + wvtx_queries; }
+    table_counts& operator+=(const table_counts& o);
+};
+
+// A walker thread's door to the shared stores: builds keys without allocating, solves what is
+// missing, and counts what it did.
 class online_table_manager {
 public:
-    PDFGFT* single_gft = nullptr;
-    PDFWVTz* single_wvtz = nullptr;
-    PDFWVTx* single_wvtx = nullptr;
-    online_table_database<PDFGFT> gft_tables;
-    online_table_database<PDFWVTz> wvtz_tables;
-    online_table_database<PDFWVTx> wvtx_tables;
-    gft_solver solver;
-    double wvt_step = 0.01;
-    double gft_step = 0.01;
+    // Quantisation step of permittivities in keys, as a fraction of the stack maximum.
+    static constexpr double gft_step = 0.01;
+    static constexpr double wvt_step = 0.01;
 
-    online_table_manager() = default;
-    online_table_manager(online_table_manager&& o) noexcept;
-    online_table_manager(const online_table_manager&) = delete;
-    online_table_manager& operator=(const online_table_manager&) = delete;
-    ~online_table_manager();
+    table_counts counts;
+
+    // A manager over the given stores; the default is the process-wide set.
+    explicit online_table_manager(table_stores& stores = table_stores::process())
+        : stores_(&stores) {}
+
+    table_stores& stores() const { return *stores_; }
 
     // Green's function table of the box of side size whose layers begin at heights (relative to
-    // the box bottom, first 0) with permittivities eps. The pointer stays valid until the next
-    // insertion into this manager's store. Solves the table on the first request of its key.
+    // the box bottom, first 0) with permittivities eps. The pointer stays valid as long as the
+    // stores. Solves the table when no thread has yet.
     const PDFGFT* get_GFT(const std::vector<double>& heights, const std::vector<double>& eps,
                           double size, RandGen* rng = nullptr);
     // Weight tables of the same box; middle_eps receives the permittivity at the box centre that
-    // the sampled weight is to be scaled by. Each counts one query in its store.
+    // the sampled weight is to be scaled by. Every call counts one query.
     const PDFWVTz* get_WVTz(const std::vector<double>& heights, const std::vector<double>& eps,
                             double size, double& middle_eps);
     const PDFWVTx* get_WVTx(const std::vector<double>& heights, const std::vector<double>& eps,
                             double size, double& middle_eps);
 
-    // Homogeneous-box tables; the first call solves all three.
-    const PDFGFT* get_single_gft();
-    const PDFWVTz* get_single_wvtz();
-    const PDFWVTx* get_single_wvtx();
+    // Homogeneous-box tables.
+    const PDFGFT* get_single_gft() {
+        if (single_gft_ == nullptr) single_gft_ = stores_->single_gft();
+        return single_gft_;
+    }
+    const PDFWVTz* get_single_wvtz() {
+        if (single_wvtz_ == nullptr) single_wvtz_ = stores_->single_wvtz();
+        return single_wvtz_;
+    }
+    const PDFWVTx* get_single_wvtx() {
+        if (single_wvtx_ == nullptr) single_wvtx_ = stores_->single_wvtx();
+        return single_wvtx_;
+    }
 
     // Key of a Green's function or x-weight table, written into key (reused, so no allocation once
     // it has grown). Heights that round to one node leave the topmost; equal neighbours merge.
@@ -118,31 +145,33 @@ public:
     static double get_middle_eps(const std::vector<double>& heights, const std::vector<double>& eps,
                                  const std::string& key, double size, double step);
 
-    // Feeds the three private stores into the shared ones (Green's function, x, z in that order).
-    void merge_all_into_global();
-
-    // Writes the private stores to dir/<id>X24, <id>Y24, <id>Z24, creating dir (mode 0755) when
-    // missing. Failures are reported on standard error and never thrown.
+    // Writes the stores to dir/<id>X24, <id>Y24, <id>Z24, creating dir (mode 0755) when missing.
+    // Failures are reported on standard error and never thrown.
     void dump(unsigned long id, const std::string& dir) const;
-    // Adds the tables of those files to the private stores; keys already held stay. A missing
-    // directory or file is passed over silently; other failures are reported on standard error.
+    // Adds the tables of those files to the stores, once per id and dir in a process; keys already
+    // held stay. A missing directory or file is passed over silently; other failures are reported
+    // on standard error.
     void load(unsigned long id, const std::string& dir);
 
     // Name of the table file of id with the given letter in dir.
     static std::string table_path(const std::string& dir, unsigned long id, char letter);
 
 private:
+    table_stores* stores_;
+    const PDFGFT* single_gft_ = nullptr;
+    const PDFWVTz* single_wvtz_ = nullptr;
+    const PDFWVTx* single_wvtx_ = nullptr;
     std::string key_;
     std::vector<int> itf_;
     std::vector<double> eps_;
+    gft_solver solver_;
 
-    void make_singles();
     // Renormalises the permittivity bytes of key_ so that the largest is 100.
     void renormalise_key();
     // Rebuilds the stack of key_ for the solver.
     void unpack_key();
     template <class T>
-    const T* lookup(online_table_database<T>& store, gft_solver::solver_code code);
+    const T* lookup(table_store<T>& store, gft_solver::solver_code code);
 };
 
 }  // namespace RW2D

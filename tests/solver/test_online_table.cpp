@@ -2,23 +2,26 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
+#include <vector>
 
 #include "solver/online_table.h"
 
 namespace {
 
-using RW2D::online_table_database;
-using RW2D::online_table_lock;
 using RW2D::online_table_manager;
 using RW2D::PDFGFT;
 using RW2D::PDFWVTx;
 using RW2D::PDFWVTz;
+using RW2D::table_store;
+using RW2D::table_stores;
 
 std::string bytes(std::initializer_list<int> b) {
     std::string s;
@@ -56,8 +59,65 @@ protected:
     std::string root;
 };
 
+// Tables whose first CDF entry tells which key they were stored under.
+PDFGFT tagged(double tag) {
+    PDFGFT t;
+    t.face_cdf[0] = tag;
+    return t;
+}
+
+TEST(TableStore, ConcurrentInsertsAndReadsSeeEveryTableUnderItsOwnKey) {
+    // Four threads insert overlapping key ranges (each key by two threads) while reading back keys
+    // the others insert; the store grows from 1024 slots several times meanwhile.
+    table_store<PDFGFT> store;
+    constexpr int kKeys = 6000;
+    auto key = [](int k) { return "k" + std::to_string(k); };
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> team;
+    for (int t = 0; t < 4; ++t)
+        team.emplace_back([&, t] {
+            for (int i = 0; i < kKeys / 2; ++i) {
+                const int k = (t * kKeys / 4 + i) % kKeys;
+                const PDFGFT* stored = store.insert(key(k), tagged(k));
+                if (stored->face_cdf[0] != k) ++wrong;
+                const int other = (k + kKeys / 2) % kKeys;
+                if (const PDFGFT* seen = store.find(key(other)))
+                    if (seen->face_cdf[0] != other) ++wrong;
+            }
+        });
+    for (std::thread& th : team) th.join();
+    EXPECT_EQ(wrong.load(), 0);
+    ASSERT_EQ(store.size(), static_cast<size_t>(kKeys));
+    for (int k = 0; k < kKeys; ++k) {
+        const PDFGFT* t = store.find(key(k));
+        ASSERT_NE(t, nullptr) << k;
+        EXPECT_EQ(t->face_cdf[0], k);
+        EXPECT_EQ(store.insert(key(k), tagged(-1)), t);  // the first insert stays, in place
+    }
+    EXPECT_EQ(store.find("absent"), nullptr);
+}
+
+TEST(OnlineTableSharing, ManagersShareSolvedTablesAndCountWhatTheySolve) {
+    table_stores stores;
+    online_table_manager a(stores), b(stores);
+    double e = 0;
+    const PDFGFT* g = a.get_GFT({0, 12}, {1, 2}, 24);
+    const PDFWVTz* z = a.get_WVTz({0, 5.5}, {1, 4}, 24, e);
+    EXPECT_EQ(a.counts.solved, 2);
+    // Another walker, and a box of twice the size with the same stack, meet the same tables.
+    EXPECT_EQ(b.get_GFT({0, 24}, {2, 4}, 48), g);
+    EXPECT_EQ(b.get_WVTz({0, 5.5}, {1, 4}, 24, e), z);
+    EXPECT_EQ(b.counts.solved, 0);
+    EXPECT_EQ(b.counts.queries(), 2);
+    EXPECT_EQ(stores.size(), 2u);
+    // The homogeneous box is solved once for all managers.
+    EXPECT_EQ(a.get_single_gft(), b.get_single_gft());
+    EXPECT_EQ(a.get_GFT({0}, {3}, 24), b.get_single_gft());
+}
+
 TEST_F(OnlineTableFiles, DumpWritesPackedRecordsAndLoadRestoresThem) {
-    online_table_manager m;
+    table_stores written;
+    online_table_manager m(written);
     double e = 0;
     m.get_GFT({0, 12}, {1, 2}, 24);
     m.get_GFT({0, 3, 20}, {5, 1, 2}, 24);
@@ -78,27 +138,62 @@ TEST_F(OnlineTableFiles, DumpWritesPackedRecordsAndLoadRestoresThem) {
     EXPECT_EQ(y.size(), 8 + (8 + 6 + 440));  // key {0,25,5,40,6,100}
     EXPECT_EQ(z.size(), 8 + (8 + 4 + 416));
 
-    online_table_manager n;
-    PDFGFT mine;
-    mine.face_cdf[0] = 0.125;
-    n.gft_tables.map.emplace(bytes({0, 50, 12, 100}), mine);
+    table_stores read;
+    read.gft.insert(bytes({0, 50, 12, 100}), tagged(0.125));
+    online_table_manager n(read);
     n.load(77, dir);
-    ASSERT_EQ(n.gft_tables.map.size(), 2u);
-    ASSERT_EQ(n.wvtz_tables.map.size(), 1u);
-    ASSERT_EQ(n.wvtx_tables.map.size(), 1u);
-    EXPECT_EQ(n.gft_tables.map.at(bytes({0, 50, 12, 100})).face_cdf[0], 0.125);  // first wins
-    for (const auto& [key, t] : m.gft_tables.map) {
-        if (key == bytes({0, 50, 12, 100})) continue;
-        const PDFGFT& u = n.gft_tables.map.at(key);
+    ASSERT_EQ(read.gft.size(), 2u);
+    ASSERT_EQ(read.wvtz.size(), 1u);
+    ASSERT_EQ(read.wvtx.size(), 1u);
+    EXPECT_EQ(read.gft.find(bytes({0, 50, 12, 100}))->face_cdf[0], 0.125);  // first wins
+    written.gft.for_each([&](const std::string& key, const PDFGFT& t) {
+        if (key == bytes({0, 50, 12, 100})) return;
+        const PDFGFT& u = *read.gft.find(key);
         EXPECT_EQ(std::memcmp(t.face_cdf, u.face_cdf, sizeof t.face_cdf), 0);
         EXPECT_EQ(std::memcmp(t.lower_cdf, u.lower_cdf, sizeof(double) * 48), 0);
-    }
-    for (const auto& [key, t] : m.wvtz_tables.map)
-        EXPECT_EQ(std::memcmp(&t, &n.wvtz_tables.map.at(key), sizeof(PDFWVTz)), 0);
-    for (const auto& [key, t] : m.wvtx_tables.map)
-        EXPECT_EQ(std::memcmp(&t, &n.wvtx_tables.map.at(key), sizeof(PDFWVTx)), 0);
-    // A loaded key is a hit.
-    EXPECT_EQ(n.get_WVTx({0, 12}, {1, 2}, 24, e), &n.wvtx_tables.map.begin()->second);
+    });
+    // A loaded key is a hit: nothing solved.
+    EXPECT_NE(n.get_WVTx({0, 12}, {1, 2}, 24, e), nullptr);
+    EXPECT_EQ(n.counts.solved, 0);
+}
+
+TEST_F(OnlineTableFiles, CacheRoundTripsAndRefusesDamagedOrForeignFiles) {
+    table_stores made;
+    online_table_manager m(made);
+    double e = 0;
+    m.get_GFT({0, 3, 20}, {5, 1, 2}, 24);
+    m.get_WVTz({0, 5.5}, {1, 4}, 24, e);
+    m.get_WVTx({0, 12}, {1, 2}, 24, e);
+    const std::string path = root + "/cache/stack.tables";
+    ASSERT_TRUE(made.save_cache(path));
+    EXPECT_FALSE(std::filesystem::exists(path + ".tmp." + std::to_string(getpid())));
+
+    table_stores back;
+    EXPECT_EQ(back.load_cache(path), 3u);
+    made.wvtz.for_each([&](const std::string& key, const PDFWVTz& t) {
+        ASSERT_NE(back.wvtz.find(key), nullptr);
+        EXPECT_EQ(std::memcmp(&t, back.wvtz.find(key), sizeof t), 0);
+    });
+    EXPECT_EQ(table_stores().load_cache(root + "/missing"), 0u);
+
+    // Each damage is refused whole, leaving the stores empty.
+    const std::string good = slurp(path);
+    auto damaged = [&](std::string bytes) {
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+        table_stores s;
+        testing::internal::CaptureStderr();
+        const size_t n = s.load_cache(path);
+        const std::string warning = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(n, 0u);
+        EXPECT_EQ(s.size(), 0u);
+        EXPECT_NE(warning.find("Warning: table cache " + path + " ignored"), std::string::npos);
+    };
+    damaged(good.substr(0, good.size() / 2));
+    std::string flipped = good;
+    flipped[good.size() / 2] ^= 0x10;
+    damaged(flipped);
+    damaged("KRVTAB");
+    damaged(std::string(good.size(), 'x'));
 }
 
 }  // namespace
