@@ -290,11 +290,9 @@ def main():
     before = os.times()
     wall = time.time()
     run = subprocess.run(["FreeFem++", "-nw", "-v", "0", os.path.join(HERE, "capacitance.edp")],
-                         cwd=work, env=env, capture_output=True, text=True)
+                         cwd=work, env=env, stdout=sys.stderr)
     child = os.times()
-    sys.stderr.write(run.stdout)
     if run.returncode != 0:
-        sys.stderr.write(run.stderr)
         sys.exit(f"FreeFem++ failed ({run.returncode}); input kept in {work}")
     levels = read_levels(os.path.join(work, "levels.txt"), n)
     if len(levels) < 2:
