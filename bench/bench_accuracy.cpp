@@ -34,8 +34,9 @@
 namespace {
 
 const std::vector<std::string> kAllStructures = {
-    "01_plate_full",    "02_wire_over_ground", "03_three_wires", "04_two_levels",
-    "05_layered_stack", "06_conformal_coats",  "07_random_like", "09_near_side_wall"};
+    "01_plate_full",  "02_wire_over_ground", "03_three_wires",
+    "04_two_levels",  "05_layered_stack",    "06_conformal_coats",
+    "07_random_like", "09_near_side_wall",   "10_thin_films"};
 
 struct Options {
     double precision = 0.005;

@@ -45,7 +45,7 @@ INSTANTIATE_TEST_SUITE_P(Validation, Accuracy,
                          ::testing::Values("01_plate_full", "02_wire_over_ground", "03_three_wires",
                                            "04_two_levels", "05_layered_stack",
                                            "06_conformal_coats", "07_random_like",
-                                           "09_near_side_wall"),
+                                           "09_near_side_wall", "10_thin_films"),
                          [](const ::testing::TestParamInfo<const char*>& info) {
                              return std::string(info.param);
                          });
