@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iostream>
+#include <numeric>
 #include <random>
 #include <sstream>
 
@@ -262,30 +263,51 @@ int Random::populate(const std::string& output_path, const MCTF::MiniCTF& ctf, c
     std::cout << "Exponent weight " << exponent_base << " for max factor " << widest_factor
               << std::endl;
 
+    // The first draws of sample i: its engine seeded, the number of layers it draws from, their
+    // order in `copy`, and its wire count.
+    const auto drawHead = [&](int i, std::mt19937& engine, Layers& copy) {
+        // Unsigned, so that a seed near the top of the range wraps instead of overflowing.
+        engine.seed(static_cast<std::mt19937::result_type>(static_cast<uint32_t>(i) +
+                                                           static_cast<uint32_t>(config.seed)));
+        // Fresh laws for every sample: a law may keep state between calls, which would tie a
+        // sample to the one drawn before it on the same worker.
+        std::poisson_distribution<int> poisson(lambda);
+        std::uniform_int_distribution<int> layer_count(3, 5);
+        copy = layers;
+        int drawn = layer_count(engine);
+        // A stack (or a fixed list) with fewer layers than drawn uses all of them.
+        drawn = std::min(
+            drawn, static_cast<int>(fixed_layers.empty() ? copy.size() : fixed_layers.size()));
+        if (fixed_layers.empty() && drawn < static_cast<int>(copy.size()))
+            std::shuffle(copy.begin(), copy.end(), engine);
+        return std::pair<int, int>{drawn, poisson(engine) + 1};
+    };
+    // Costly samples first: a sample costs about one solve per wire, and samples left to the end
+    // of a run would keep one thread busy while the others idle. Each sample draws from its own
+    // engine, so the order changes no result.
+    std::vector<size_t> order(pending.size());
+    {
+        std::vector<int> wires(pending.size());
+        std::mt19937 scratch;
+        Layers copy;
+        for (size_t t = 0; t < pending.size(); ++t)
+            wires[t] = drawHead(static_cast<int>(pending[t]), scratch, copy).second;
+        std::iota(order.begin(), order.end(), size_t{0});
+        std::stable_sort(order.begin(), order.end(),
+                         [&wires](size_t a, size_t b) { return wires[a] > wires[b]; });
+    }
+
     FailureRelay relay;
 #pragma omp parallel for schedule(dynamic, 1)
     for (size_t t = 0; t < pending.size(); ++t) {
         if (relay.failed()) continue;
         relay.run([&] {
-            const int i = static_cast<int>(pending[t]);
+            const int i = static_cast<int>(pending[order[t]]);
             std::mt19937& engine = engines[omp_get_thread_num()];
-            // Unsigned, so that a seed near the top of the range wraps instead of overflowing.
-            engine.seed(static_cast<std::mt19937::result_type>(static_cast<uint32_t>(i) +
-                                                               static_cast<uint32_t>(config.seed)));
-            // Fresh laws for every sample: the normal law keeps a spare deviate between calls,
-            // which would tie a sample to the one drawn before it on the same worker.
-            std::poisson_distribution<int> poisson(lambda);
-            std::uniform_int_distribution<int> layer_count(3, 5);
-            std::normal_distribution<double> position(0.0, Wc / 6);
-            Layers copy = layers;
-            int drawn = layer_count(engine);
-            // A stack (or a fixed list) with fewer layers than drawn uses all of them.
-            drawn = std::min(
-                drawn, static_cast<int>(fixed_layers.empty() ? copy.size() : fixed_layers.size()));
+            Layers copy;
+            const auto [drawn, n] = drawHead(i, engine, copy);
             nlayers_cell.store(drawn, std::memory_order_relaxed);
-            if (fixed_layers.empty() && drawn < static_cast<int>(copy.size()))
-                std::shuffle(copy.begin(), copy.end(), engine);
-            const int n = poisson(engine) + 1;
+            std::normal_distribution<double> position(0.0, Wc / 6);
             PatternResult result;
 
             for (int redraw = 0;; ++redraw) {

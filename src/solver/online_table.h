@@ -73,8 +73,8 @@ private:
     std::set<std::pair<unsigned long, std::string>> loaded_;
 };
 
-// What one manager did: table lookups by kind, and the tables it had to solve and the time that
-// took.
+// What one manager did: table lookups by kind, and the tables it had to solve and the thread CPU
+// time that took.
 struct table_counts {
     std::int64_t gft_queries = 0;
     std::int64_t wvtz_queries = 0;
