@@ -47,11 +47,13 @@ TEST_F(Writer, LibraryWithSkippedAndFullCombination) {
     EXPECT_EQ(readFile(out), readFile("golden/library_skipped_and_full.txt"));
 }
 
-TEST(SampleFile, OneCompactObjectPerLineWithCentresAndSizes) {
-    fs::path out =
-        fs::path(testing::TempDir()) / ("samples_" + std::to_string(getpid()) + ".jsonl");
-    std::vector<KARVEN::PatternResult> results{{{{0.0, 0.1, 0.2, 0.3}, {-50.0, -0.1, 50.0, 0.0}},
-                                                {0.12345678949, -0.000000001, -0.1, 0.1}}};
+// The whole file and the journal's single line give the same bytes, the line with its global id.
+TEST_F(Writer, SampleFileOneCompactObjectPerLineWithCentresAndSizes) {
+    KARVEN::PatternResult r{{{0.0, 0.1, 0.2, 0.3}, {-50.0, -0.1, 50.0, 0.0}},
+                            {0.12345678949, -0.000000001, -0.1, 0.1}};
+    std::vector<KARVEN::PatternResult> results{r};
+    EXPECT_EQ(KARVEN::sampleLine(r, 0) + "\n", readFile("golden/sample_line.jsonl"));
+    EXPECT_NE(KARVEN::sampleLine(r, 40123).find(",\"id\":40123,"), std::string::npos);
     KARVEN::Random().dump_to_json(results, out.string());
     EXPECT_EQ(readFile(out), readFile("golden/sample_line.jsonl"));
     EXPECT_DOUBLE_EQ(results[0].first[1][2], 100.0);  // rectangles were rewritten in place
@@ -59,5 +61,4 @@ TEST(SampleFile, OneCompactObjectPerLineWithCentresAndSizes) {
     std::vector<KARVEN::PatternResult> none;
     KARVEN::Random().dump_to_json(none, out.string());
     EXPECT_EQ(readFile(out), "");
-    fs::remove(out);
 }
