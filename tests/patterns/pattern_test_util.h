@@ -2,6 +2,7 @@
 // Shared pieces of the pattern tests: a family with no geometry of its own, one-line stacks,
 // file reading and quiet calls.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "patterns/derived.h"
 #include "patterns/generic.h"
 #include "technology/minictf.h"
 
@@ -51,6 +53,18 @@ inline std::string readFile(const std::filesystem::path& p) {
     return s.str();
 }
 
+inline std::vector<std::string> lines(const std::filesystem::path& p) {
+    std::vector<std::string> out;
+    std::ifstream in(p);
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
+}
+
+inline void writeLines(const std::filesystem::path& p, const std::vector<std::string>& lines) {
+    std::ofstream out(p);
+    for (const auto& l : lines) out << l << "\n";
+}
+
 // Calls fn with standard output captured; returns what it printed.
 template <class F>
 std::string quiet(F&& fn) {
@@ -84,5 +98,40 @@ inline std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
     }
     return r;
 }
+
+// Random samples over six usable metal layers of growing width in one dielectric, written to a
+// folder of the test's own, with the stand-in solver and seed 7 unless told otherwise.
+class SampleRuns : public testing::Test {
+protected:
+    void SetUp() override {
+        for (int k = 0; k < 6; ++k) {
+            const double w = 0.1 * (k + 1);
+            ctf.appendConductor("M" + std::to_string(k + 1), 0.5 * (k + 1), 0.2, w, w);
+        }
+        ctf.appendDielectric("D", 0.0, 4.0, 3.9);
+        ctf.finishStack();
+        dir = std::filesystem::path(testing::TempDir()) / ("samples_" + std::to_string(getpid()));
+        std::filesystem::create_directories(dir);
+    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+
+    // Runs the family quietly into `file` as shard `shard` of `shards`; returns what it printed
+    // and keeps the sample count it returned, or passes on what it threw.
+    std::string run(const KARVEN::json& params, const std::string& file, int shard = 0,
+                    int shards = 1, bool resume = false, int threads = 1, int seed = 7) {
+        KARVEN::Random family;
+        family.long_run.shard_index = shard;
+        family.long_run.shard_count = shards;
+        family.long_run.resume = resume;
+        return quiet([&] {
+            count = family.populate((dir / file).string(), ctf, params,
+                                    {threads, 0.005, true, seed}, falloffSolver);
+        });
+    }
+
+    MCTF::MiniCTF ctf;
+    std::filesystem::path dir;
+    int count = 0;
+};
 
 }  // namespace ptest

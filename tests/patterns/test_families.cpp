@@ -2,7 +2,9 @@
 // the family table, and the grids they sweep.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "pattern_test_util.h"
@@ -26,126 +28,62 @@ protected:
     std::map<int, KARVEN::Layers> layersOf;
 };
 
-struct Wire {
-    double x0, x1;
-    const char* layer;
-};
-
-struct FamilyCase {
-    const char* name;
-    std::vector<Wire> wires;  // master first, far neighbour last
-};
-
-const char* S = "substrate";
-// p = (1, 2, 4, 8); plates span the window of 100.
-const std::vector<FamilyCase> kCases = {
-    {"P1AAG", {{-2, 2, "M1"}, {-50, 50, S}, {17, 18, "M1"}}},
-    {"P1ABG", {{-2, 2, "M1"}, {-50, 50, "M2"}, {-50, 50, S}, {17, 18, "M1"}}},
-    {"AAG", {{-1, 1, "M1"}, {-13, -5, "M1"}, {-50, 50, S}, {16, 17, "M1"}}},
-    {"ABG", {{-1, 1, "M1"}, {-50, 50, "M2"}, {-13, -5, "M1"}, {-50, 50, S}, {16, 17, "M1"}}},
-    {"P3AAG",
-     {{-0.5, 0.5, "M1"}, {-2.5, -1.5, "M1"}, {-4.5, -3.5, "M1"}, {-50, 50, S}, {15.5, 16.5, "M1"}}},
-    {"P3ABG",
-     {{-0.5, 0.5, "M1"},
-      {-2.5, -1.5, "M1"},
-      {-4.5, -3.5, "M1"},
-      {-50, 50, "M2"},
-      {-50, 50, S},
-      {15.5, 16.5, "M1"}}},
-    {"PAAG11B", {{-1.5, 1.5, "M1"}, {-9.5, 1.5, "M2"}, {-50, 50, S}, {16.5, 17.5, "M1"}}},
-    {"PAAG11T", {{-3, 3, "M2"}, {-7, 3, "M1"}, {-50, 50, S}, {8, 10, "M2"}}},
-    {"PABG11T", {{-3, 3, "M2"}, {-7, 3, "M1"}, {-50, 50, "M3"}, {-50, 50, S}, {8, 10, "M2"}}},
-    {"PAAG12", {{-1, 1, "M2"}, {-13, -9, "M1"}, {-50, 50, S}, {6, 8, "M2"}}},
-    {"PABG12", {{-1, 1, "M2"}, {-13, -9, "M1"}, {-50, 50, "M3"}, {-50, 50, S}, {6, 8, "M2"}}},
-    {"PAAG13B",
-     {{-1.5, 1.5, "M1"}, {-3.5, 1.5, "M2"}, {-50, 50, S}, {-13.5, -9.5, "M1"}, {16.5, 17.5, "M1"}}},
-    {"PAAG13T", {{-3, 3, "M2"}, {-7, 3, "M1"}, {-16, -15, "M1"}, {-50, 50, S}, {8, 10, "M2"}}},
-    {"PABG13T",
-     {{-3, 3, "M2"},
-      {-7, 3, "M1"},
-      {-16, -15, "M1"},
-      {-50, 50, "M3"},
-      {-50, 50, S},
-      {8, 10, "M2"}}},
-    {"PAAG21", {{-1, 1, "M1"}, {-10, -9, "M2"}, {-50, 50, S}, {16, 17, "M1"}}},
-    {"PAAG23",
-     {{-1.5, 1.5, "M1"},
-      {-10.5, -9.5, "M2"},
-      {-50, 50, S},
-      {-7.5, -5.5, "M1"},
-      {16.5, 17.5, "M1"}}},
-    {"PAAG31B",
-     {{-1.5, 1.5, "M1"},
-      {-2.5, 1.5, "M2"},
-      {-12.5, -10.5, "M2"},
-      {-50, 50, S},
-      {16.5, 17.5, "M1"}}},
-    {"PAAG31T", {{-3, 3, "M2"}, {-5, 3, "M1"}, {-12, -11, "M2"}, {-50, 50, S}, {8, 10, "M2"}}},
-    {"PABG31T",
-     {{-3, 3, "M2"},
-      {-5, 3, "M1"},
-      {-50, 50, "M3"},
-      {-12, -11, "M2"},
-      {-50, 50, S},
-      {8, 10, "M2"}}},
-    {"PAAG32", {{-3, 3, "M2"}, {-9, -7, "M1"}, {-12, -11, "M2"}, {-50, 50, S}, {8, 10, "M2"}}},
-    {"PABG32",
-     {{-3, 3, "M2"},
-      {-9, -7, "M1"},
-      {-50, 50, "M3"},
-      {-12, -11, "M2"},
-      {-50, 50, S},
-      {8, 10, "M2"}}},
-    {"PAAG33B",
-     {{-1.5, 1.5, "M1"},
-      {-2.5, 1.5, "M2"},
-      {-12.5, -10.5, "M2"},
-      {-50, 50, S},
-      {-7.5, -5.5, "M1"},
-      {16.5, 17.5, "M1"}}},
-    {"PAAG33T",
-     {{-3, 3, "M2"},
-      {-5, 3, "M1"},
-      {-10, -9, "M1"},
-      {-12, -11, "M2"},
-      {-50, 50, S},
-      {8, 10, "M2"}}},
-    {"PABG33T",
-     {{-3, 3, "M2"},
-      {-5, 3, "M1"},
-      {-10, -9, "M1"},
-      {-50, 50, "M3"},
-      {-12, -11, "M2"},
-      {-50, 50, S},
-      {8, 10, "M2"}}},
+// Each family's wires for p = (1, 2, 4, 8) as "x0 x1 layer" triples, master first and far neighbour
+// last; plates (S: the substrate) span the window of 100.
+const std::pair<const char*, const char*> kCases[] = {
+    {"P1AAG", "-2 2 M1  -50 50 S  17 18 M1"},
+    {"P1ABG", "-2 2 M1  -50 50 M2  -50 50 S  17 18 M1"},
+    {"AAG", "-1 1 M1  -13 -5 M1  -50 50 S  16 17 M1"},
+    {"ABG", "-1 1 M1  -50 50 M2  -13 -5 M1  -50 50 S  16 17 M1"},
+    {"P3AAG", "-0.5 0.5 M1  -2.5 -1.5 M1  -4.5 -3.5 M1  -50 50 S  15.5 16.5 M1"},
+    {"P3ABG", "-0.5 0.5 M1  -2.5 -1.5 M1  -4.5 -3.5 M1  -50 50 M2  -50 50 S  15.5 16.5 M1"},
+    {"PAAG11B", "-1.5 1.5 M1  -9.5 1.5 M2  -50 50 S  16.5 17.5 M1"},
+    {"PAAG11T", "-3 3 M2  -7 3 M1  -50 50 S  8 10 M2"},
+    {"PABG11T", "-3 3 M2  -7 3 M1  -50 50 M3  -50 50 S  8 10 M2"},
+    {"PAAG12", "-1 1 M2  -13 -9 M1  -50 50 S  6 8 M2"},
+    {"PABG12", "-1 1 M2  -13 -9 M1  -50 50 M3  -50 50 S  6 8 M2"},
+    {"PAAG13B", "-1.5 1.5 M1  -3.5 1.5 M2  -50 50 S  -13.5 -9.5 M1  16.5 17.5 M1"},
+    {"PAAG13T", "-3 3 M2  -7 3 M1  -16 -15 M1  -50 50 S  8 10 M2"},
+    {"PABG13T", "-3 3 M2  -7 3 M1  -16 -15 M1  -50 50 M3  -50 50 S  8 10 M2"},
+    {"PAAG21", "-1 1 M1  -10 -9 M2  -50 50 S  16 17 M1"},
+    {"PAAG23", "-1.5 1.5 M1  -10.5 -9.5 M2  -50 50 S  -7.5 -5.5 M1  16.5 17.5 M1"},
+    {"PAAG31B", "-1.5 1.5 M1  -2.5 1.5 M2  -12.5 -10.5 M2  -50 50 S  16.5 17.5 M1"},
+    {"PAAG31T", "-3 3 M2  -5 3 M1  -12 -11 M2  -50 50 S  8 10 M2"},
+    {"PABG31T", "-3 3 M2  -5 3 M1  -50 50 M3  -12 -11 M2  -50 50 S  8 10 M2"},
+    {"PAAG32", "-3 3 M2  -9 -7 M1  -12 -11 M2  -50 50 S  8 10 M2"},
+    {"PABG32", "-3 3 M2  -9 -7 M1  -50 50 M3  -12 -11 M2  -50 50 S  8 10 M2"},
+    {"PAAG33B", "-1.5 1.5 M1  -2.5 1.5 M2  -12.5 -10.5 M2  -50 50 S  -7.5 -5.5 M1  16.5 17.5 M1"},
+    {"PAAG33T", "-3 3 M2  -5 3 M1  -10 -9 M1  -12 -11 M2  -50 50 S  8 10 M2"},
+    {"PABG33T", "-3 3 M2  -5 3 M1  -10 -9 M1  -50 50 M3  -12 -11 M2  -50 50 S  8 10 M2"},
 };
 
 }  // namespace
 
 TEST_F(FamilyStack, EachFamilyDrawsItsTemplateForOneTuple) {
-    ASSERT_EQ(kCases.size(), 24u);
-    for (const FamilyCase& c : kCases) {
-        SCOPED_TRACE(c.name);
-        auto family = KARVEN::PatternFactory::create(c.name);
-        ASSERT_EQ(family->name, c.name);
+    ASSERT_EQ(std::size(kCases), 24u);
+    for (const auto& [name, text] : kCases) {
+        SCOPED_TRACE(name);
+        auto family = KARVEN::PatternFactory::create(name);
+        ASSERT_EQ(family->name, name);
         const KARVEN::Layers& layers = layersOf.at(family->combination);
         KARVEN::Pattern p = family->actualStructure(layers, {1, 2, 4, 8});
-        ASSERT_EQ(p.conductors.size(), c.wires.size());
-        for (size_t i = 0; i < c.wires.size(); ++i) {
-            const Wire& w = c.wires[i];
-            const MCTF::ConductorLayer* layer = nullptr;
-            for (const auto* l : layers)
-                if (l->name == w.layer) layer = l;
-            ASSERT_NE(layer, nullptr);
-            EXPECT_NEAR(p.conductors[i][0], w.x0, 1e-12) << "wire " << i;
-            EXPECT_NEAR(p.conductors[i][2], w.x1, 1e-12) << "wire " << i;
-            EXPECT_EQ(p.conductors[i][1], layer->z_bottom) << "wire " << i;
-            EXPECT_EQ(p.conductors[i][3], layer->z_top) << "wire " << i;
+        std::istringstream wires(text);
+        size_t i = 0;
+        double x0, x1;
+        for (std::string layer; wires >> x0 >> x1 >> layer; ++i) {
+            if (layer == "S") layer = "substrate";
+            const auto at = std::find_if(layers.begin(), layers.end(),
+                                         [&](const auto* l) { return l->name == layer; });
+            ASSERT_NE(at, layers.end());
+            ASSERT_LT(i, p.conductors.size());
+            EXPECT_EQ(p.conductors[i], (KARVEN::Rect{x0, (*at)->z_bottom, x1, (*at)->z_top}))
+                << "wire " << i;
         }
+        EXPECT_EQ(p.conductors.size(), i);
         // Between master and far neighbour the wires are the roles, one to one; the P3 kind
         // reports only its swept neighbour.
         if (family->name.rfind("P3", 0) != 0) {
-            EXPECT_EQ(family->roles.size(), c.wires.size() - 2);
+            EXPECT_EQ(family->roles.size(), i - 2);
         }
         // Two-level families name all five plate slots once, in the writer's order, as roles
         // or skips (skips under "" come first, others follow their role).

@@ -17,17 +17,6 @@ using KARVEN::json;
 
 namespace {
 
-// A solver whose rows already sum to zero: one coupling of -0.1 to each other wire.
-std::vector<double> flatSolver(const std::vector<KARVEN::Rect>& wires,
-                               const std::vector<std::array<double, 2>>&,
-                               const std::vector<KARVEN::ConformalRect>&, const KARVEN::Rect&,
-                               double, int) {
-    const size_t n = wires.size();
-    std::vector<double> r(2 * n, 1e-6);
-    for (size_t j = 0; j < n; ++j) r[j] = j == 0 ? 0.1 * static_cast<double>(n - 1) : -0.1;
-    return r;
-}
-
 // Values that stress a reader: wrong types, edges, non-finite numbers as JSON can carry them.
 json oddValue(std::mt19937& rng) {
     static const json values = json::parse(
@@ -54,7 +43,7 @@ protected:
         try {
             ptest::quiet([&] {
                 family.populate((dir / "out.jsonl").string(), ctf, params, {1, 0.01, true, 1},
-                                flatSolver);
+                                ptest::falloffSolver);
             });
             ok = true;
         } catch (const KARVEN::FatalError& e) {

@@ -107,26 +107,10 @@ TEST(JournalHeader, DifferencesThatChangeSamplesAreFoundAndPathsAreNot) {
     fs::remove_all(dir);
 }
 
-TEST(SampleLine, SameBytesAsTheSampleFileWithTheGlobalId) {
-    KARVEN::PatternResult r{{{0.0, 0.1, 0.2, 0.3}, {-50.0, -0.1, 50.0, 0.0}},
-                            {0.12345678949, -0.000000001, -0.1, 0.1}};
-    EXPECT_EQ(KARVEN::sampleLine(r, 0) + "\n", ptest::readFile("golden/sample_line.jsonl"));
-    EXPECT_NE(KARVEN::sampleLine(r, 40123).find(",\"id\":40123,"), std::string::npos);
-}
-
 namespace {
 
-std::vector<std::string> lines(const fs::path& p) {
-    std::vector<std::string> out;
-    std::ifstream in(p);
-    for (std::string line; std::getline(in, line);) out.push_back(line);
-    return out;
-}
-
-void writeLines(const fs::path& p, const std::vector<std::string>& lines) {
-    std::ofstream out(p);
-    for (const auto& l : lines) out << l << "\n";
-}
+using ptest::lines;
+using ptest::writeLines;
 
 // What `fn` threw, or "no error".
 template <class F>
@@ -139,46 +123,22 @@ std::string errorOf(F&& fn) {
     return "no error";
 }
 
-class LongRuns : public testing::Test {
+// One whole run of nine samples with several wires each, so that the normal law of the positions
+// is used, to compare shards and resumed runs with.
+class LongRuns : public ptest::SampleRuns {
 protected:
     void SetUp() override {
-        for (int k = 0; k < 6; ++k) {
-            double w = 0.1 * (k + 1);
-            ctf.appendConductor("M" + std::to_string(k + 1), 0.5 * (k + 1), 0.2, w, w);
-        }
-        ctf.appendDielectric("D", 0.0, 4.0, 3.9);
-        ctf.finishStack();
-        dir = fs::path(testing::TempDir()) / ("longrun_" + std::to_string(getpid()));
-        fs::create_directories(dir);
-        run("all.jsonl");
+        SampleRuns::SetUp();
+        run(params, "all.jsonl");
         all = lines(dir / "all.jsonl");
     }
-    void TearDown() override { fs::remove_all(dir); }
-
-    // Runs the family quietly; returns what it printed, or passes on what it threw.
-    std::string run(const std::string& file, int shard = 0, int shards = 1, bool resume = false,
-                    int threads = 1, int seed = 7) {
-        KARVEN::Random family;
-        family.long_run.shard_index = shard;
-        family.long_run.shard_count = shards;
-        family.long_run.resume = resume;
-        return ptest::quiet([&] {
-            count = family.populate((dir / file).string(), ctf, params,
-                                    {threads, config.precision, true, seed}, ptest::falloffSolver);
-        });
-    }
     std::string header(const KARVEN::LongRun& r = {}) {
-        return KARVEN::runHeader(params, config, r, 9).dump();
+        return KARVEN::runHeader(params, {1, 0.005, true, 7}, r, 9).dump();
     }
 
-    MCTF::MiniCTF ctf;
-    fs::path dir;
-    const KARVEN::ExtractionConfig config{1, 0.005, true, 7};
-    int count = 0;  // what the last run returned
-    // Several wires per sample, so that the normal law of the positions is used.
     json params = {
         {"nsamples", 9}, {"poisson_lambda", 3}, {"window", 30.0}, {"conductor_window", 10.0}};
-    std::vector<std::string> all;  // the samples of one whole run
+    std::vector<std::string> all;
 };
 
 }  // namespace
@@ -195,7 +155,7 @@ TEST_F(LongRuns, ShardsNeverOverlapAndTogetherEqualOneRun) {
         for (int k = 0; k < shards; ++k) {
             // Shards of one run run on different threads and machines; the count may differ.
             files.push_back((dir / ("s" + std::to_string(k) + ".jsonl")).string());
-            run(files.back(), k, shards, false, 1 + k % 3);
+            run(params, files.back(), k, shards, false, 1 + k % 3);
             EXPECT_EQ(count, KARVEN::shardRange(9, k, shards).size());
             const auto part = lines(files.back());
             joined.insert(joined.end(), part.begin(), part.end());
@@ -214,10 +174,10 @@ TEST_F(LongRuns, StructureFileShardsTakeTheirLinesWithGlobalIds) {
                              R"(, 0.6, 0.1, 0.2]], "layers": ["M1"]})");
     writeLines(dir / "structures.jsonl", structures);
     params = {{"structure_input", (dir / "structures.jsonl").string()}, {"window", 30.0}};
-    run("whole.jsonl");
+    run(params, "whole.jsonl");
     const auto whole = lines(dir / "whole.jsonl");
     ASSERT_EQ(whole.size(), 9u);
-    run("second.jsonl", 1, 2);
+    run(params, "second.jsonl", 1, 2);
     EXPECT_EQ(count, 5);  // 9 lines in 2: 0-3 and 4-8
     EXPECT_EQ(lines(dir / "second.jsonl"),
               std::vector<std::string>(whole.begin() + 4, whole.end()));
@@ -234,7 +194,7 @@ TEST_F(LongRuns, ResumeKeepsJournalSamplesAndDrawsOnlyTheRest) {
     marked["capacitances"][0] = 123.25;
     writeLines(dir / "r.jsonl.journal", {header(), all[3], all[0], marked.dump(), all[8], all[1]});
     std::ofstream(dir / "r.jsonl.journal", std::ios::app) << all[2].substr(0, all[2].size() / 2);
-    const std::string printed = run("r.jsonl", 0, 1, true);
+    const std::string printed = run(params, "r.jsonl", 0, 1, true);
     EXPECT_NE(printed.find("[WARN]: dropping the incomplete last line of "), std::string::npos);
     EXPECT_NE(printed.find(": 5 of 9 samples done"), std::string::npos) << printed;
     // The bar goes on from the journal's five.
@@ -251,22 +211,22 @@ TEST_F(LongRuns, ResumeKeepsJournalSamplesAndDrawsOnlyTheRest) {
     std::vector<std::string> reversed(all.rbegin(), all.rend());
     reversed.insert(reversed.begin(), header());
     writeLines(dir / "done.jsonl.journal", reversed);
-    run("done.jsonl", 0, 1, true);
+    run(params, "done.jsonl", 0, 1, true);
     EXPECT_EQ(lines(dir / "done.jsonl"), all);
 
     // Resuming a finished run (a resubmitted cluster job) keeps its file and draws nothing: a
     // marked line survives. With another seed the header differs and all is drawn again.
-    run("half.jsonl", 0, 2);  // ids 0 to 3
+    run(params, "half.jsonl", 0, 2);  // ids 0 to 3
     auto half = lines(dir / "half.jsonl");
     ASSERT_EQ(half.size(), 4u);
     marked = json::parse(half[2]);
     marked["capacitances"][0] = 321.5;
     half[2] = marked.dump();
     writeLines(dir / "half.jsonl", half);
-    const std::string again = run("half.jsonl", 0, 2, true);
+    const std::string again = run(params, "half.jsonl", 0, 2, true);
     EXPECT_NE(again.find("half.jsonl is already complete (4 samples)"), std::string::npos) << again;
     EXPECT_EQ(lines(dir / "half.jsonl"), half);
-    run("half.jsonl", 0, 2, true, 1, 8);
+    run(params, "half.jsonl", 0, 2, true, 1, 8);
     EXPECT_NE(lines(dir / "half.jsonl")[2], half[2]);
 }
 
@@ -317,7 +277,7 @@ TEST_F(LongRuns, JournalThatDoesNotFitIsRefusedAndKept) {
         const fs::path journal = dir / "x.jsonl.journal";
         std::ofstream(journal) << c.journal;
         const std::string error =
-            errorOf([&] { run("x.jsonl", c.shard, c.shard ? 3 : 1, c.resume, 1, c.seed); });
+            errorOf([&] { run(params, "x.jsonl", c.shard, c.shard ? 3 : 1, c.resume, 1, c.seed); });
         EXPECT_NE(error.find(c.message), std::string::npos) << error;
         EXPECT_EQ(ptest::readFile(journal), c.journal);  // the journal stays as it was
         EXPECT_FALSE(fs::exists(dir / "x.jsonl"));
@@ -328,10 +288,10 @@ TEST_F(LongRuns, MergeRejectsMissingDuplicateAndForeignShards) {
     std::vector<std::string> f;
     for (int k = 0; k < 3; ++k) {
         f.push_back((dir / ("s" + std::to_string(k) + ".jsonl")).string());
-        run(f.back(), k, 3);
+        run(params, f.back(), k, 3);
     }
-    run("seed8.jsonl", 1, 3, false, 1, 8);
-    run("four.jsonl", 1, 4);
+    run(params, "seed8.jsonl", 1, 3, false, 1, 8);
+    run(params, "four.jsonl", 1, 4);
     fs::copy_file(f[0], dir / "bare.jsonl");
     std::ofstream(dir / "s3.jsonl.journal") << "x\n";
     fs::copy_file(f[2], dir / "s3.jsonl");

@@ -9,7 +9,6 @@
 
 using KARVEN::Matrix;
 using ptest::quiet;
-using ptest::StubFamily;
 
 namespace {
 
@@ -25,23 +24,8 @@ protected:
         ctf.finishStack();
         for (double x : {0.0, 1.0, 2.0, 3.0}) pattern.addConductor(x, x + 0.5, ctf.conductors[0]);
     }
-    // A solver that returns `values` and keeps what it was given.
-    KARVEN::FieldSolver returning(std::vector<double> values) {
-        return [this, values](const std::vector<KARVEN::Rect>& w, const std::vector<Layer>& l,
-                              const std::vector<KARVEN::ConformalRect>& d, const KARVEN::Rect& win,
-                              double p, int s) {
-            wires = w, layers = l, coats = d, window = win, precision = p, seed = s;
-            return values;
-        };
-    }
     MCTF::MiniCTF ctf;
     KARVEN::Pattern pattern;
-    std::vector<KARVEN::Rect> wires;
-    std::vector<Layer> layers;
-    std::vector<KARVEN::ConformalRect> coats;
-    KARVEN::Rect window{};
-    double precision = 0;
-    int seed = 0;
 };
 
 // A solver that knows the true matrix K of `original`: called with any conductor first, it

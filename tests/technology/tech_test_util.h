@@ -3,12 +3,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cctype>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,28 +15,6 @@
 #include "technology/ctf_interpreter.h"
 
 namespace tech_test {
-
-// A test that writes its input files to a folder of its own and starts and ends with an empty
-// argument table, so that switches set by one test never reach another.
-class FileTest : public testing::Test {
-protected:
-    void SetUp() override {
-        PARG::clear();
-        dir = std::filesystem::path(testing::TempDir()) / ("tech_" + std::to_string(getpid()));
-        std::filesystem::create_directories(dir);
-    }
-    void TearDown() override {
-        PARG::clear();
-        std::filesystem::remove_all(dir);
-    }
-    // Writes `text` to `name` in the test's folder; returns its path.
-    std::string write(const std::string& name, const std::string& text) {
-        const std::filesystem::path p = dir / name;
-        std::ofstream(p) << text;
-        return p.string();
-    }
-    std::filesystem::path dir;
-};
 
 // An interpreter with all processors, loaded with `text`, cursor on the first token.
 class Reader {
@@ -151,16 +126,6 @@ inline testing::AssertionResult near(const std::vector<double>& got,
     };
     return testing::AssertionFailure() << "got " << text(got) << "\nwant " << text(want);
 }
-
-// Engine switches for one test, removed afterwards.
-class SwitchScope {
-public:
-    SwitchScope() { PARG::clear(); }
-    ~SwitchScope() { PARG::clear(); }
-    SwitchScope(const SwitchScope&) = delete;
-    SwitchScope& operator=(const SwitchScope&) = delete;
-    void set(const std::string& key, const std::string& value) { PARG::regArgument(key, value); }
-};
 
 // Messages many readers share.
 inline constexpr const char* kUnknowClass = "unknow field in the table";

@@ -1,29 +1,14 @@
-// CTF element framework: each generic element form with good input and with each of its error
-// texts (token, line and position worked out by hand), the table head and body, the rebinding of
-// "(" inside maps, and the keyword table.
+// CTF element framework: each generic element form with each of its error texts (token, line and
+// position worked out by hand), and a nesting too deep to follow.
 #include <gtest/gtest.h>
 
-#include <map>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "tech_test_util.h"
-#include "technology/ctf_element.h"
 
 namespace {
 
 using namespace tech_test;
-using Strings = std::vector<std::string>;
-
-// Reads the element at the cursor as T, then steps to the next element.
-template <class T>
-T* next(Reader& r) {
-    auto* p = dynamic_cast<T*>(r.ci.processElem());
-    EXPECT_NE(p, nullptr);
-    r.ci.stream.next();
-    return p;
-}
 
 TEST(CtfForms, ErrorTextsWithTokenLineAndPosition) {
     const char* number = "expecting number value for the attribute";
@@ -66,30 +51,6 @@ TEST(CtfForms, ErrorTextsWithTokenLineAndPosition) {
     for (const Case& c : cases)
         EXPECT_EQ(errorOf(c.text), at(c.token, c.line, c.pos, c.message)) << c.text;
 }
-
-// A statement table for the tests: records the classes of its body elements and warns about
-// flags.
-class RecordingTable : public Ctfstruct {
-public:
-    ElementProcessor* translate(CtfInterpreter* ci) override {
-        processHead(ci);
-        fields.clear();
-        ElementProcessor* e = nullptr;
-        long start = -1;
-        while (readField(ci, e, start)) {
-            if (auto* n = dynamic_cast<CtfNumberAttri*>(e))
-                fields.push_back(n->keyword + "=" + std::to_string(n->value));
-            else if (auto* v = dynamic_cast<CtfVector*>(e))
-                fields.push_back(v->keyword + "[" + std::to_string(v->values.size()) + "]");
-            else if (dynamic_cast<CtfStandalone*>(e))
-                warnUnsupportedField(ci->stream, start);
-            else
-                throw Ctf_Syntax_Error(ci->stream, "unknow field in the table", start);
-        }
-        return this;
-    }
-    Strings fields;
-};
 
 TEST(CtfInterpreterTest, DeepNestingIsAnErrorNotACrash) {
     std::string text;

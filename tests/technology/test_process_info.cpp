@@ -1,42 +1,59 @@
-// The process database reader: the running height, the top-level rules, wafer-side selection,
-// the derived coat offsets and via heights, the two layer map files, and the reduced stack.
+// The process database reader: the running height, the derived coat offsets and via heights, the
+// multi-mask tables against the layer map's mask ids, and the reduced stack.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include "runtime/pargument.h"
 #include "tech_test_util.h"
-#include "technology/ctf_error.h"
 #include "technology/minictf.h"
 #include "technology/process_info.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
-const char* const kTsv =
-    "tsv T1 { bottom M1 top BM1 via_size 5 rho 0.02 thickness 50 insulation_thickness 0.2 "
-    "insulation_er 3.9 }\n";
-
-class ProcessInfoRead : public tech_test::FileTest {
+// Reads technology files written to a folder of its own, starting and ending with an empty
+// argument table so that switches set by one test never reach another.
+class ProcessInfoRead : public testing::Test {
 protected:
-    // Reads `ctf` into `into`; returns the status and keeps what was logged.
-    int read(const std::string& ctf, ProcessInfo& into) {
+    void SetUp() override {
+        PARG::clear();
+        dir = std::filesystem::path(testing::TempDir()) / ("tech_" + std::to_string(getpid()));
+        std::filesystem::create_directories(dir);
+    }
+    void TearDown() override {
+        PARG::clear();
+        std::filesystem::remove_all(dir);
+    }
+    // Writes `text` to `name` in the test's folder; returns its path.
+    std::string write(const std::string& name, const std::string& text) {
+        std::ofstream(dir / name) << text;
+        return (dir / name).string();
+    }
+    // Reads `ctf` into a fresh database under exactly `switches`, after the tech layer map `map`
+    // when one is given; returns the status and keeps what was logged.
+    int read(const std::string& ctf,
+             const std::vector<std::pair<std::string, std::string>>& switches = {},
+             const std::string& map = "") {
+        PARG::clear();
+        for (const auto& [key, value] : switches) PARG::regArgument(key, value);
+        info = std::make_unique<ProcessInfo>();
+        testing::internal::CaptureStdout();
+        if (!map.empty()) info->parseTechLayerMap(write("t.map", map));
         Task task;
         task.ctf_file = write("t.ctf", ctf);
-        testing::internal::CaptureStdout();
-        int status = into.parseCtfwithInterpreter(task);
+        const int status = info->parseCtfwithInterpreter(task);
         logged = testing::internal::GetCapturedStdout();
         return status;
     }
-    int read(const std::string& ctf) { return read(ctf, info); }
     const Conductor& conductor(const std::string& name) {
-        return info.conductors.at(info.conductor_index.at(name));
+        return info->conductors.at(info->conductor_index.at(name));
     }
 
-    ProcessInfo info;
+    std::filesystem::path dir;
+    std::unique_ptr<ProcessInfo> info;
     std::string logged;
 };
 
@@ -59,20 +76,20 @@ TEST_F(ProcessInfoRead, RunningHeightStacksDielectricsNotConductors) {
         << logged;
     EXPECT_DOUBLE_EQ(conductor("M1").base, 1.0);
     EXPECT_DOUBLE_EQ(conductor("M2").base, 1.1);  // same height plus its bottom dielectric
-    EXPECT_DOUBLE_EQ(info.dielectrics[1].base, 1.0);
+    EXPECT_DOUBLE_EQ(info->dielectrics[1].base, 1.0);
     EXPECT_DOUBLE_EQ(conductor("M3").base, 1.5);  // the coat with thickness raised the height
-    EXPECT_DOUBLE_EQ(info.dielectrics.at(3).base, 1.5);
-    EXPECT_EQ(info.layer_order,
+    EXPECT_DOUBLE_EQ(info->dielectrics.at(3).base, 1.5);
+    EXPECT_EQ(info->layer_order,
               (std::vector<std::string>{"D0", "M1", "M2", "C1", "C2", "M3", "D1"}));
     // Coats of M1 inner first: C1 at offset 0, C2 outside it by C1's thicknesses.
     EXPECT_EQ(conductor("M1").conformal_ids, (std::vector<int32_t>{1, 2}));
     EXPECT_EQ(conductor("M1").conformal_side_offsets, (std::vector<double>{0.0, 0.01}));
     EXPECT_EQ(conductor("M1").conformal_top_offsets, (std::vector<double>{0.0, 0.02}));
     // Vias run from the top of the bottom conductor to the base of the top one.
-    const Via& v1 = info.vias[info.via_index.at("V1")];
+    const Via& v1 = info->vias[info->via_index.at("V1")];
     EXPECT_DOUBLE_EQ(v1.base, 1.5);
     EXPECT_DOUBLE_EQ(v1.thickness, 0.0);
-    const Via& v0 = info.vias[info.via_index.at("V0")];
+    const Via& v0 = info->vias[info->via_index.at("V0")];
     EXPECT_DOUBLE_EQ(v0.base, 0.0);
     EXPECT_DOUBLE_EQ(v0.thickness, 1.0);
 }
@@ -115,4 +132,26 @@ TEST_F(ProcessInfoRead, ReducedStackFromAFileAndItsTwoStops) {
                              "conductor M1 { rho 0.02 thickness 0.5 }\n"
                              "dielectric C { thickness 0 er 7 bottom M7 side_thickness 0.01 }\n");
     EXPECT_NE(bad.find("\"M7\""), std::string::npos) << bad << logged;
+}
+
+TEST_F(ProcessInfoRead, MaskIdsKeepTheMultiMaskTablesOtherwiseTheyActAsPlainTables) {
+    const std::string ctf =
+        "dielectric D0 { thickness 1 er 4 }\n"
+        "conductor M1 { rho 0.02 thickness 0.5\n"
+        " width_var_from_ws { nmask 2 mask (1 1) (1 2) (2 1) (2 2) {\n"
+        "   widths { 1 } spacings { 1 } values { 0.07 } } } }\n";
+    const std::string map = "conducting_layers\nm1_gds M1 MASK=2\n";
+    ASSERT_EQ(read(ctf, {}, map), 1) << logged;
+    const Conductor& m1 = conductor("M1");
+    EXPECT_EQ(m1.cap_mask_etch.size() + m1.res_mask_etch.size(), 2u);
+    EXPECT_TRUE(m1.cap_etch.empty() && m1.res_etch.empty());
+    EXPECT_EQ(m1.cap_mask_etch[0]->rule, 1);  // the legacy rule is the default
+    EXPECT_EQ(m1.needs_cap_modeling, 1);
+
+    ASSERT_EQ(read(ctf, {{"MULTIMASK_ETCH_LEGACY_RULE", "0"}}, map), 1);
+    EXPECT_EQ(conductor("M1").res_mask_etch.at(0)->rule, 0);
+
+    ASSERT_EQ(read(ctf), 1) << logged;
+    EXPECT_TRUE(conductor("M1").cap_mask_etch.empty() && conductor("M1").res_mask_etch.empty());
+    EXPECT_EQ(conductor("M1").cap_etch.size() + conductor("M1").res_etch.size(), 2u);
 }

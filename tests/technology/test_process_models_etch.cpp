@@ -5,14 +5,10 @@
 
 #include <array>
 #include <initializer_list>
-#include <memory>
 
-#include "tech_test_util.h"
 #include "technology/process_model.h"
 
 namespace {
-
-using tech_test::near;
 
 // Two widths by three spacings, every entry different, so that a transposed read shows.
 // Row w=1: 1 2 3; row w=2: 10 20 30.

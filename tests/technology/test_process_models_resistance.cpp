@@ -1,16 +1,10 @@
 // Resistance models: reciprocal interpolation against hand computations, the sheet-resistance
-// and via-resistance lookups with their edges, and the layer offsets.
+// and via-resistance lookups with their edges.
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "tech_test_util.h"
-#include "technology/process_model_layout.h"
 #include "technology/process_model_resistance.h"
-
-using tech_test::near;
 
 TEST(ReciprocalInterpolation, HandComputedValuesAndFailures) {
     // Linear axis: t = 0.5, conductance 1/2 - 0.5 (1/2 - 1/6) = 1/3.
@@ -66,14 +60,3 @@ TEST(PRVWidthLength, BilinearInsideAndAreaScaledOutside) {
     m.values.pop_back();
     EXPECT_EQ(m.getRPV(1.0, 1.0), -1.0);
 }
-
-namespace {
-
-struct Layer {
-    int side;
-    std::string name;
-    double base;
-    double thickness;
-};
-
-}  // namespace
