@@ -63,7 +63,10 @@ protected:
                                       "-p",
                                       "0.05",
                                       "--seed",
-                                      "3"};
+                                      "3",
+                                      // warm tables would end the run before the kill
+                                      "--table-cache",
+                                      "off"};
         a.insert(a.end(), extra.begin(), extra.end());
         return a;
     }
