@@ -20,10 +20,8 @@ namespace rtest {
 // A fresh folder under the test temporary directory, named after the running test.
 inline std::filesystem::path tempDir() {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(info->test_suite_name()) + "_" + info->name();
-    for (char& c : name)
-        if (c == '/') c = '_';
-    const auto dir = std::filesystem::path(::testing::TempDir()) / ("karven_res_" + name);
+    const auto dir = std::filesystem::path(::testing::TempDir()) /
+                     ("karven_res_" + std::string(info->test_suite_name()) + "_" + info->name());
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     return dir;
