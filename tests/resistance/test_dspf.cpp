@@ -20,8 +20,8 @@ const std::filesystem::path kInverter =
 
 TEST(DspfWriter, WritesHeadNetsAndInstancesInItsDialect) {
     const auto dir = rtest::tempDir();
-    // A and B as in the network tests. Skipped: a ground net and a net without a
-    // name. C: the same port twice (one port line) and pins of a bipolar and a MOS device.
+    // A and B as in the network tests. Skipped: a ground net and a net without a name. C: the
+    // same port twice (one port line) and pins of a bipolar and a MOS device.
     std::vector<RNetwork> nets = rtest::smallDesign();
     nets.resize(6);
     nets[3] = rtest::fromEdges(1, {});
