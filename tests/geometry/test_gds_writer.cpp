@@ -1,5 +1,6 @@
-// The GDSII writer, byte by byte: the 8-byte real against hand-encoded values and an independent
+// The GDSII writer, byte by byte: the 8-byte real against a hand-encoded value and an independent
 // decoder, the record sequence and lengths of a small library, padding and the record limits.
+// Coordinates and layers are read back by KLayout in the tool tests.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,8 +9,6 @@
 #include <fstream>
 #include <functional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "geometry/gds_writer.h"
 
@@ -19,15 +18,11 @@ using Bytes = std::vector<unsigned char>;
 
 // The bytes `write` puts into a fresh file.
 Bytes written(const std::function<void(GdsWriter&)>& write) {
-    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-    const std::string path =
-        testing::TempDir() + "gds_" + info->name() + "_" + std::to_string(getpid()) + ".gds";
-    {
-        GdsWriter gds;
-        gds.openFile(path);
-        EXPECT_TRUE(gds.is_open());
-        write(gds);
-    }
+    const std::string path = testing::TempDir() + "gds_writer_" + std::to_string(getpid());
+    GdsWriter gds;
+    gds.openFile(path);
+    write(gds);
+    gds.close();
     std::ifstream in(path, std::ios::binary);
     Bytes b(std::istreambuf_iterator<char>(in), {});
     std::filesystem::remove(path);
@@ -44,49 +39,37 @@ std::vector<Bytes> records(const Bytes& b) {
     return out;
 }
 
-int int32(const Bytes& b, size_t at) {
-    return static_cast<int32_t>(uint32_t(b[at]) << 24 | uint32_t(b[at + 1]) << 16 |
-                                uint32_t(b[at + 2]) << 8 | uint32_t(b[at + 3]));
-}
-
 // The format's real, decoded from its definition: (-1)^s x 0.fraction x 16^(e - 64).
-double decodeReal(const Bytes& b) {
+double decodeReal(const Bytes& b, size_t at = 0) {
     double fraction = 0;
-    for (int i = 7; i >= 1; --i) fraction = (fraction + b[i]) / 256.0;
-    const double v = fraction * std::pow(16.0, (b[0] & 0x7f) - 64);
-    return b[0] & 0x80 ? -v : v;
-}
-
-TEST(GdsWriter, NumbersByHand) {
-    const Bytes b = written([](GdsWriter& gds) {
-        for (double v : {1.0, 0.001, -1.0, 0.0, 0.5, 16.0}) gds.writeDouble(v);
-        gds.writeShort(-2);
-        gds.writeInt(0x01020304);
-    });
-    // 0.5 = 0x0.8 x 16^0; 16 = 0x0.1 x 16^2 (the quotient of logarithms sits on the edge).
-    const Bytes expected = {0x41, 0x10, 0,    0,    0,    0,    0,    0,    0x3E, 0x41, 0x89,
-                            0x37, 0x4B, 0xC6, 0xA7, 0xF0, 0xC1, 0x10, 0,    0,    0,    0,
-                            0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0x40,
-                            0x80, 0,    0,    0,    0,    0,    0,    0x42, 0x10, 0,    0,
-                            0,    0,    0,    0,    0xFF, 0xFE, 1,    2,    3,    4};
-    EXPECT_EQ(b, expected);
+    for (size_t i = at + 7; i > at; --i) fraction = (fraction + b[i]) / 256.0;
+    const double v = fraction * std::pow(16.0, (b[at] & 0x7f) - 64);
+    return b[at] & 0x80 ? -v : v;
 }
 
 TEST(GdsWriter, RealsDecodeToTheValueTruncatedToFiftySixBits) {
-    const double values[] = {1e-9, 0.1, 1.0 / 3.0, 15.999, 4096.0, 123456.789, -7.25, 1e-30, 3e20};
+    // 16 = 0x0.1 x 16^2 puts the quotient of logarithms on the edge.
+    const double values[] = {1.0,     0.001,  -1.0,   0.5,        16.0,  1e-9,  0.1,
+                             1.0 / 3, 15.999, 4096.0, 123456.789, -7.25, 1e-30, 3e20};
+    const size_t n = std::size(values);
     const Bytes all = written([&](GdsWriter& gds) {
         for (double v : values) gds.writeDouble(v);
+        gds.writeDouble(0.0);
+        gds.writeShort(-2);
+        gds.writeInt(0x01020304);
     });
-    ASSERT_EQ(all.size(), 8 * std::size(values));
-    for (size_t i = 0; i < std::size(values); ++i) {
-        const Bytes b(all.begin() + 8 * i, all.begin() + 8 * i + 8);
-        const double v = values[i], decoded = decodeReal(b);
-        EXPECT_GE(b[1], 0x10) << v << ": fraction not normalised";
+    ASSERT_EQ(all.size(), 8 * n + 14);
+    EXPECT_EQ(Bytes(all.begin(), all.begin() + 8), (Bytes{0x41, 0x10, 0, 0, 0, 0, 0, 0}));  // 1.0
+    // Zero is eight zero bytes; integers are big-endian.
+    EXPECT_EQ(Bytes(all.begin() + 8 * n, all.end()),
+              (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFE, 1, 2, 3, 4}));
+    for (size_t i = 0; i < n; ++i) {
+        const double v = values[i], decoded = decodeReal(all, 8 * i);
+        EXPECT_GE(all[8 * i + 1], 0x10) << v << ": fraction not normalised";
         // Truncation drops less than one unit of the 56th fraction bit and never rounds up.
-        const double unit = std::ldexp(std::pow(16.0, (b[0] & 0x7f) - 64), -56);
+        const double unit = std::ldexp(std::pow(16.0, (all[8 * i] & 0x7f) - 64), -56);
         EXPECT_LE(std::abs(decoded), std::abs(v)) << v;
         EXPECT_LT(std::abs(v - decoded), 2 * unit) << v;
-        EXPECT_EQ(std::signbit(decoded), std::signbit(v)) << v;
     }
 }
 
@@ -108,15 +91,10 @@ TEST(GdsWriter, LibraryRecordsInOrderWithEvenLengths) {
     for (size_t i = 0; i < r.size(); ++i)
         EXPECT_EQ(Bytes(r[i].begin(), r[i].begin() + 4), heads[i]) << "record " << i;
     EXPECT_EQ(r[0], (Bytes{0, 6, 0, 2, 0x02, 0x58}));  // version 600
-    EXPECT_EQ(std::string(r[2].begin() + 4, r[2].end()), "lvs.db");
-    EXPECT_DOUBLE_EQ(decodeReal(Bytes(r[3].begin() + 4, r[3].begin() + 12)), 0.001);
-    EXPECT_DOUBLE_EQ(decodeReal(Bytes(r[3].begin() + 12, r[3].end())), 1e-9);
+    EXPECT_DOUBLE_EQ(decodeReal(r[3], 4), 0.001);
+    EXPECT_DOUBLE_EQ(decodeReal(r[3], 12), 1e-9);
     EXPECT_EQ(r[5], (Bytes{0, 8, 6, 6, 'a', 'b', 'c', 0}));   // odd name padded with a NUL
     EXPECT_EQ(r[7].back() + 256 * r[8].back(), 5 + 256 * 3);  // layer and data type
-    const int xy[] = {0, 0, 10, 0, 10, -20, 0, 0};
-    for (int k = 0; k < 8; ++k) EXPECT_EQ(int32(r[9], 4 + 4 * k), xy[k]) << k;
-    EXPECT_EQ(int32(r[15], 4), -100);
-    EXPECT_EQ(int32(r[15], 8), 2000000);
     EXPECT_EQ(r[16], (Bytes{0, 8, 25, 6, 'o', 'd', 'd', 0}));
 }
 
@@ -132,7 +110,7 @@ TEST(GdsWriter, BoundaryOfTooManyPointsIsRefusedBeforeWriting) {
     ASSERT_EQ(r.size(), 5u);  // nothing of the refused ones
     // The largest record the 16-bit length allows: 8 x 8191 + 4.
     EXPECT_EQ(r[3].size(), 65532u);
-    EXPECT_EQ(int32(r[3], 4 + 8 * 8190), 8190);
+    EXPECT_EQ(Bytes(r[3].end() - 8, r[3].end() - 4), (Bytes{0, 0, 0x1F, 0xFE}));  // x = 8190
 }
 
 }  // namespace
