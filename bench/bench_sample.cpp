@@ -73,6 +73,12 @@ Run runTool(const std::string& binary, const fs::path& dir, const std::string& n
     return r;
 }
 
+// A count from a run's metadata; 0 when an older tool did not record it.
+double number(const json& meta, const char* key) {
+    const auto it = meta.find(key);
+    return it != meta.end() && it->is_number() ? it->get<double>() : 0.0;
+}
+
 double perHour(const Run& r, int samples) {
     return samples * 3600.0 / (r.threads * r.wall);
 }
@@ -82,8 +88,9 @@ void print(const char* what, const Run& r, int samples) {
         "  %-28s %6.1f s wall %6.1f s CPU %6.2f s/sample %6.0f samples/core-hour (%.0f/CPU-hour)\n",
         what, r.wall, r.cpu, r.wall / samples, perHour(r, samples), samples * 3600.0 / r.cpu);
     if (r.meta.is_null()) return;
-    const double solves = r.meta["solves"], walks = r.meta["walks"], hops = r.meta["hops"];
-    const double tables = r.meta["table_solves"], table_s = r.meta["table_seconds"];
+    const double solves = number(r.meta, "solves"), walks = number(r.meta, "walks");
+    const double hops = number(r.meta, "hops"), tables = number(r.meta, "table_solves");
+    const double table_s = number(r.meta, "table_seconds");
     std::printf(
         "  %-28s %.0f solves, %.0f k walks/solve, %.2f hops/walk; %.0f tables solved,"
         " %.1f%% of CPU in tables\n",
@@ -139,9 +146,10 @@ int main(int argc, char** argv) {
     print("1 thread, warm table cache", warm, samples);
     print("2 threads, cold table cache", two, samples);
     print("1 thread, plate row solved", solved, samples);
-    const double loaded = warm.meta["tables_loaded"], missed = warm.meta["table_solves"];
+    const double loaded = number(warm.meta, "tables_loaded");
+    const double missed = number(warm.meta, "table_solves");
     std::printf("  table cache: the warm run loaded %.0f tables and solved %.0f (%.1f%% hits)\n",
-                loaded, missed, 100 * (1 - missed / cold.meta["table_solves"].get<double>()));
+                loaded, missed, 100 * (1 - missed / number(cold.meta, "table_solves")));
     std::printf("  plate row: solving it would add %.1f%% to the wall time (%.1f%% of a run)\n",
                 100 * (solved.wall / cold.wall - 1), 100 * (1 - cold.wall / solved.wall));
     std::printf(
