@@ -135,6 +135,7 @@ TEST_F(PlogTest, ShowsWarningsAndAboveWithPrefixOncePerLine) {
 TEST_F(PlogTest, NegativeLevelShowsEverythingAndFilesGetTimeStamps) {
     PLOG& p = PLOG::log(0);
     p.enableStdLogging(-4, 0);
+    EXPECT_EQ(p.std_level, 0);  // a negative level is clamped
     const std::string path = testing::TempDir() + "plog_test_" + std::to_string(getpid()) + ".log";
     p.addLoggingFile(path, 0);
     p.enableFileLogging(1, 1);
