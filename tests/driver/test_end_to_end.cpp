@@ -1,63 +1,49 @@
 // The tool from technology file to sample file: on the bundled example stack every matrix written
-// is symmetric with rows summing to zero, and a parallel-plate structure read from a structure
-// file gives the capacitance of the plate formula.
+// is symmetric with rows summing to zero in lines of the sample format, and a parallel-plate
+// structure read from a structure file gives the capacitance of the plate formula.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
-namespace fs = std::filesystem;
+#include "driver_test_util.h"
+
+using namespace driver_test;
 
 namespace {
 
-// A fresh folder for one test, removed with the object.
-struct TestDir {
-    fs::path path;
-    TestDir() {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        path = fs::path(testing::TempDir()) /
-               (std::string("e2e_") + info->name() + "_" + std::to_string(getpid()));
-        fs::remove_all(path);
-        fs::create_directories(path);
+class EndToEnd : public ToolTest {
+protected:
+    // Runs the tool on `ctf` with the parameter file `params` and `options`, writing out/s.jsonl;
+    // returns its exit status.
+    int runTool(const std::string& ctf, const std::string& params, const std::string& options) {
+        write("params.json", params);
+        return sh("exec timeout 240 \"$K\" -i " + ctf +
+                  " -o out/s.jsonl --param-json params.json " + options);
     }
-    ~TestDir() { fs::remove_all(path); }
 };
-
-// Runs the tool on `ctf` and the parameter file `params` in `dir`; returns its exit status with
-// its output in dir/log.txt and the samples in dir/out/s.jsonl.
-int runTool(const fs::path& dir, const std::string& ctf, const std::string& params,
-            const std::string& options) {
-    std::ofstream(dir / "params.json") << params;
-    const std::string cmd = std::string(KARVEN_BINARY) + " -i " + ctf + " -o " +
-                            (dir / "out/s.jsonl").string() + " --param-json " +
-                            (dir / "params.json").string() + " " + options + " > " +
-                            (dir / "log.txt").string() + " 2>&1";
-    const int status = std::system(cmd.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 }  // namespace
 
-TEST(EndToEnd, ExampleStackGivesSymmetricZeroSumMatrices) {
-    TestDir tmp;
-    const fs::path& dir = tmp.path;
-    ASSERT_EQ(runTool(dir, KARVEN_SOURCE_DIR "/examples/stack.ctf",
+TEST_F(EndToEnd, ExampleStackGivesSymmetricZeroSumMatricesInCompactLines) {
+    ASSERT_EQ(runTool("$S",
                       R"({"Random": {"nsamples": 2, "poisson_lambda": 2,
                                      "window": 10.0, "conductor_window": 4.0}})",
                       "-p 0.04 -n 2"),
-              0);
-    std::ifstream log(dir / "log.txt");
-    std::string text((std::istreambuf_iterator<char>(log)), {});
-    EXPECT_NE(text.find("Total solve count: 2, elapsed time: "), std::string::npos) << text;
+              0)
+        << log;
+    EXPECT_NE(log.find("Total solve count: 2, elapsed time: "), std::string::npos) << log;
 
-    std::ifstream in(dir / "out/s.jsonl");
+    std::istringstream in(readFile(dir / "out/s.jsonl"));
     int samples = 0;
     for (std::string line; std::getline(in, line); ++samples) {
         auto s = nlohmann::json::parse(line);
+        // Compact, keys in this order, nothing added: the line as the sample writer makes it.
+        EXPECT_EQ(line, s.dump());
+        std::string keys;
+        for (const auto& [key, value] : s.items()) keys += key + " ";
+        EXPECT_EQ(keys, "capacitances conductors id size ");
         const size_t n = s["size"].get<size_t>();
         ASSERT_EQ(s["conductors"].size(), n);
         ASSERT_EQ(s["capacitances"].size(), n * n);
@@ -76,34 +62,28 @@ TEST(EndToEnd, ExampleStackGivesSymmetricZeroSumMatrices) {
         EXPECT_EQ(s["conductors"][n - 1], nlohmann::json({0.0, -0.05, 10.0, 0.1}));
     }
     EXPECT_EQ(samples, 2);
+    // The record beside the samples names them but leaves their matrices to the sample file.
+    EXPECT_EQ(readFile(dir / "out/s.jsonl.meta.json").find("capacitances"), std::string::npos);
 }
 
 // The row constraint makes any matrix symmetric with zero row sums, a doubled one included; this
 // checks the size. A plate across the whole window, 1 um over the substrate in er 3.9: with
 // reflecting side walls the field below it is uniform and nothing reaches above it, so
 // C = er eps0 W / d exactly, for the plate and (by the constraint) the substrate.
-TEST(EndToEnd, PlateAcrossTheWindowGivesTheParallelPlateCapacitance) {
-    TestDir tmp;
-    const fs::path& dir = tmp.path;
-    std::ofstream(dir / "plate.ctf")
-        << "technology plate\n"
-           "background_er 3.9\n"
-           "dielectric D0 { thickness 1.0 er 3.9 }\n"
-           "conductor M1 { thickness 0.5 wmin 0.1 smin 0.1 rho 0.02 }\n"
-           "dielectric D1 { thickness 0.5 er 3.9 }\n";
+TEST_F(EndToEnd, PlateAcrossTheWindowGivesTheParallelPlateCapacitance) {
+    write("plate.ctf",
+          "technology plate\nbackground_er 3.9\ndielectric D0 { thickness 1.0 er 3.9 }\n"
+          "conductor M1 { thickness 0.5 wmin 0.1 smin 0.1 rho 0.02 }\n"
+          "dielectric D1 { thickness 0.5 er 3.9 }\n");
     // Centre x, centre height, width, thickness: the plate spans the 10 um window.
-    std::ofstream(dir / "plate.jsonl") << R"({"conductors": [[0.0, 1.25, 10.0, 0.5]],)"
-                                          R"( "layers": ["M1"]})"
-                                          "\n";
-    ASSERT_EQ(runTool(dir, (dir / "plate.ctf").string(),
-                      R"({"Random": {"window": 10.0, "structure_input": ")" +
-                          (dir / "plate.jsonl").string() + R"("}})",
-                      "-p 0.005 -n 1"),
-              0);
-    std::ifstream in(dir / "out/s.jsonl");
-    std::string line;
-    ASSERT_TRUE(std::getline(in, line));
-    const auto s = nlohmann::json::parse(line);
+    write("plate.jsonl", R"({"conductors": [[0.0, 1.25, 10.0, 0.5]], "layers": ["M1"]})"
+                         "\n");
+    ASSERT_EQ(
+        runTool("plate.ctf", R"({"Random": {"window": 10.0, "structure_input": "plate.jsonl"}})",
+                "-p 0.005 -n 1"),
+        0)
+        << log;
+    const auto s = nlohmann::json::parse(readFile(dir / "out/s.jsonl"));
     ASSERT_EQ(s["size"], 2);
     const double expected = 3.9 * 0.00885418781762039 * 10.0 / 1.0;  // 0.3453 fF/um
     for (int k : {0, 3}) {

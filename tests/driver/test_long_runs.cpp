@@ -5,19 +5,17 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
-namespace fs = std::filesystem;
+#include "driver_test_util.h"
+
+using namespace driver_test;
 
 extern char** environ;
 
@@ -25,49 +23,42 @@ namespace {
 
 const std::string kMerge = (fs::path(KARVEN_BINARY).parent_path() / "karven-merge").string();
 
-std::string readFile(const fs::path& p) {
-    std::ifstream in(p);
-    return std::string((std::istreambuf_iterator<char>(in)), {});
-}
-
 size_t countLines(const fs::path& p) {
     const std::string text = readFile(p);
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-class LongRunTool : public testing::Test {
+class LongRunTool : public ToolTest {
 protected:
     void SetUp() override {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        dir = fs::path(testing::TempDir()) /
-              ("karven_long_" + std::to_string(getpid()) + "_" + info->name());
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-        // Six one-wire samples, solved coarsely: about a tenth of a second each on
-        // one core once the first has solved the tables.
-        std::ofstream(dir / "p.json") << R"({"Random": {"nsamples": 6, "poisson_lambda": 0, )"
-                                         R"("window": 10.0, "conductor_window": 4.0}})";
+        ToolTest::SetUp();
+        // Six one-wire samples, solved coarsely: about a tenth of a second each on one core once
+        // the first has solved the tables.
+        write("p.json", R"({"Random": {"nsamples": 6, "poisson_lambda": 0, "window": 10.0, )"
+                        R"("conductor_window": 4.0}})");
     }
-    void TearDown() override { fs::remove_all(dir); }
 
-    // The tool's arguments for output `out` (in the test's folder) and `extra`
-    // options.
+    // The tool's arguments for output `out` (in the test's folder) and `extra` options.
     std::vector<std::string> args(const std::string& out, std::vector<std::string> extra) {
-        std::vector<std::string> a = {KARVEN_BINARY, "-i", KARVEN_SOURCE_DIR "/examples/stack.ctf",
-                                      "-o", (dir / out).string(), "--param-json",
-                                      (dir / "p.json").string(), "-p", "0.05", "--seed", "3",
-                                      // warm tables would end the run before the kill
-                                      "--table-cache", "off"};
+        std::vector<std::string> a = {KARVEN_BINARY,
+                                      "-i",
+                                      kStack,
+                                      "-o",
+                                      (dir / out).string(),
+                                      "--param-json",
+                                      (dir / "p.json").string()};
+        // Warm tables would end the run before the kill.
+        for (const char* s : {"-p", "0.05", "--seed", "3", "--table-cache", "off"}) a.push_back(s);
         a.insert(a.end(), extra.begin(), extra.end());
         return a;
     }
 
-    // Starts `argv` with its output going to log.txt; returns its process id.
+    // Starts `argv` with its output going to spawn.txt; returns its process id.
     pid_t start(const std::vector<std::string>& argv) {
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        const std::string log = (dir / "log.txt").string();
-        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+        const std::string out = (dir / "spawn.txt").string();
+        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                          0644);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
         std::vector<char*> raw;
@@ -78,26 +69,14 @@ protected:
         posix_spawn_file_actions_destroy(&actions);
         return pid;
     }
-
-    // Runs `argv` to its end; returns its exit status (-1 when killed) and keeps
-    // its output.
-    int run(const std::vector<std::string>& argv) {
-        int status = 0;
-        waitpid(start(argv), &status, 0);
-        log = readFile(dir / "log.txt");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    fs::path dir;
-    std::string log;
 };
 
 }  // namespace
 
 TEST_F(LongRunTool, RunKilledAtARandomMomentResumesToTheUninterruptedFile) {
     // Enough samples that the kill lands before the run ends.
-    std::ofstream(dir / "p.json") << R"({"Random": {"nsamples": 16, "poisson_lambda": 0, )"
-                                     R"("window": 10.0, "conductor_window": 4.0}})";
+    write("p.json", R"({"Random": {"nsamples": 16, "poisson_lambda": 0, "window": 10.0, )"
+                    R"("conductor_window": 4.0}})");
     ASSERT_EQ(run(args("whole/s.jsonl", {"-n", "1"})), 0) << log;
     const std::string whole = readFile(dir / "whole/s.jsonl");
     ASSERT_EQ(std::count(whole.begin(), whole.end(), '\n'), 16);

@@ -1,7 +1,9 @@
 // The query command file: the write forms in any case, response blocks, paths relative to the file,
-// and the malformed files that throw, with what the checked form reports for them.
+// and the malformed files that throw, with what the checked form reports for them; no truncated
+// file makes a checked reader throw.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -79,4 +81,21 @@ TEST_F(QueryCmd, MalformedFilesThrowAndTheCheckedFormSaysWhere) {
         }));
         EXPECT_EQ(log, "[ERROR] Can not open QUERY_CMD file \"" + nowhere + "\".\n");
     }
+}
+
+TEST_F(QueryCmd, EveryTruncationReadsOrFailsWithoutThrowing) {
+    const std::string query =
+        "GDS WRITE out.gds\nLAYOUT NETLIST WRITE top.net\nLAYOUT NAMETABLE WRITE names.txt\n"
+        "LAYOUT SEPARATED PROPERTIES WRITE props.txt\nPORT TABLE CELLS WRITE ports.txt\n"
+        "RESPONSE FILE gds.map\nGDS MAP\nDEVICE TABLE\nRESPONSE DIRECT\n";
+    for (const std::string& valid : {query, std::string("# nets\n1 VDD\n12 clk extra\n")})
+        for (size_t n = 0; n <= valid.size(); ++n) {
+            path = write("cut.txt", valid.substr(0, n));
+            Task t;
+            std::map<std::int32_t, std::string> names;
+            EXPECT_NO_THROW(logged([&] {
+                return TextParser::readQueryCmd(path, t) + TextParser::readNetName(path, names) +
+                       TextParser::parseDravixCmd(path.c_str(), t);
+            })) << n;
+        }
 }

@@ -1,8 +1,9 @@
-// DensityMap: the grid it lays out, densities against the stated every-cell loop and against exact
+// ClipBox's coverage rule and DensityMap: the grid and windows it lays out, densities against exact
 // rectangle unions, window queries worked out by hand, and a thickness model reading it.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
+#include <array>
 #include <vector>
 
 #include "pe_test_util.h"
@@ -11,15 +12,82 @@
 
 namespace {
 
+using pe_test::cat;
 using pe_test::rect;
 using pe_test::reversed;
-using pe_test::StatedGrid;
 
-// A frame of 1000001 takes 1001 cells of 1000; a frame without a grid or an extent has no cells.
-TEST(DensityMap, LargeAndEmptyGrids) {
-    const DensityMap big(1000, 5000, 0, 0, 1000000, 1000000);
-    EXPECT_EQ((std::vector<int32_t>{big.range_x, big.grid_size, big.win_size}),
-              (std::vector<int32_t>{1001, 1000, 5000}));
+// Non-zero winding within a polygon, union across polygons, holes, and polygons reaching out of the
+// box. Every expected area is worked out by hand.
+TEST(ClipBox, CoverageRuleByHand) {
+    const LayoutPolygon outer = rect(0, 0, 30, 30), hole = reversed(rect(10, 10, 20, 20));
+    const struct {
+        const char* name;
+        std::vector<LayoutPolygonSet> polygons;  // each entry: outer ring and holes
+        double area;
+    } cases[] = {
+        // Two triangles of 20 x 10 / 2 meeting at (10, 10), wound opposite ways.
+        {"bowtie", {{{{0, 0}, {20, 20}, {20, 0}, {0, 20}}}}, 200},
+        {"square_twice", {{cat(rect(0, 0, 20, 20), rect(0, 0, 20, 20))}}, 400},  // winding 2
+        {"keyhole", {{cat(outer, hole)}}, 800},
+        {"hole_ring_all_reversed", {{reversed(outer), reversed(hole)}}, 800},
+        // A hole wound like its outer ring adds winding instead of removing it.
+        {"hole_same_direction", {{outer, reversed(hole)}}, 900},
+        {"overlap_opposite", {{rect(0, 0, 20, 20)}, {reversed(rect(10, 10, 30, 30))}}, 700},
+        {"hole_filled", {{outer, hole}, {rect(12, 12, 18, 18)}}, 836},
+        // Part of a triangle beyond x = 100: the part inside is under x + y = 110, x from 90.
+        {"triangle_cut", {{{{90, 0}, {110, 0}, {90, 20}}}}, 150},
+        {"beyond_the_box", {{rect(-50, -50, 0, 100)}}, 0},
+        {"covers_the_box", {{rect(-5, -5, 105, 105)}, {rect(10, 10, 20, 20)}}, 10000},
+        {"flat", {{{{0, 0}, {10, 0}, {20, 0}}}}, 0},
+    };
+    for (const auto& c : cases) {
+        ClipBox box(0, 100, 0, 100);
+        for (const LayoutPolygonSet& p : c.polygons) box.addPolygonWithHoles(p);
+        EXPECT_EQ(box.polygonArea(), c.area) << c.name;
+    }
+}
+
+TEST(ClipBox, CopiesHoldOnlyTheRectangleAndReleaseDropsThePolygons) {
+    ClipBox box(0, 10, 0, 20);
+    box.addPolygon(rect(0, 0, 5, 5));
+    box.addPolygon({{0, 0}, {1, 1}});  // no area: not collected
+    EXPECT_EQ(box.polygonCount(), 1u);
+    EXPECT_EQ(ClipBox(box).polygonArea(), 0.0);
+    EXPECT_EQ(box.polygonArea(), 25.0);
+    box.releasePolygons();
+    EXPECT_EQ(box.polygonArea(), 0.0);
+}
+
+struct Rect64 {
+    int64_t x0, y0, x1, y1;
+};
+
+// Exact area of the union of rectangles inside `clip`: every cell of the grid made by all rectangle
+// edges is covered or not as a whole, as its lower left corner is.
+int64_t unionAreaByCells(const std::vector<Rect64>& rects, const Rect64& clip) {
+    std::vector<int64_t> xs{clip.x0, clip.x1}, ys{clip.y0, clip.y1};
+    for (const Rect64& r : rects) {
+        xs.push_back(std::clamp(r.x0, clip.x0, clip.x1));
+        xs.push_back(std::clamp(r.x1, clip.x0, clip.x1));
+        ys.push_back(std::clamp(r.y0, clip.y0, clip.y1));
+        ys.push_back(std::clamp(r.y1, clip.y0, clip.y1));
+    }
+    for (auto* v : {&xs, &ys}) {
+        std::sort(v->begin(), v->end());
+        v->erase(std::unique(v->begin(), v->end()), v->end());
+    }
+    int64_t area = 0;
+    for (size_t a = 0; a + 1 < xs.size(); ++a)
+        for (size_t b = 0; b + 1 < ys.size(); ++b)
+            if (std::any_of(rects.begin(), rects.end(), [&](const Rect64& r) {
+                    return r.x0 <= xs[a] && xs[a] < r.x1 && r.y0 <= ys[b] && ys[b] < r.y1;
+                }))
+                area += (xs[a + 1] - xs[a]) * (ys[b + 1] - ys[b]);
+    return area;
+}
+
+// A frame without a grid or an extent has no cells.
+TEST(DensityMap, EmptyGrids) {
     for (const auto& [grid, right] : {std::pair{0, 9}, std::pair{3, -1}}) {
         DensityMap m(grid, 5, 0, 0, right, 9);
         m.addOverlappedPoly(rect(0, 0, 9, 9));
@@ -43,8 +111,6 @@ TEST(DensityMap, CellValuesAndTheFormerValue) {
     EXPECT_EQ(m.densities,
               (std::vector<double>{1.0, 0.5, 45.0 / 90, 90.0 / 90, 45.0 / 90, 45.0 / 81}));
     EXPECT_EQ(m.getGridDensity(3, 0), -1.0);
-    m.clearDensity();
-    EXPECT_EQ(m.densities, std::vector<double>(6, 0.0));
 }
 
 // A polygon with holes counts by all its rings, whichever comes first: here the hole lies beyond
@@ -56,92 +122,24 @@ TEST(DensityMap, HoleRingListedFirst) {
     EXPECT_EQ(m.getGridDensity(0, 0), 49.0 * 99.0 / (99.0 * 99.0));
 }
 
-// Random frames, grids, windows and extensions with rectilinear polygons (self-crossing rings and
-// rings with holes among them): windows, cells and queries equal the stated loop exactly, since all
-// crossings lie on the integer grid.
-TEST(DensityMap, SameAsTheStatedLoopOnRectilinearInput) {
-    pe_test::Rng uni(11);
-    for (int trial = 0; trial < 60; ++trial) {
-        const int32_t left = uni(-200, 200), bottom = uni(-200, 200);
-        const int32_t right = left + uni(0, 300), top = bottom + uni(0, 300);
-        const int32_t grid = uni(1, 70), win = uni(0, 160), extend = uni(-5, 30);
-        DensityMap map(grid, win, left, bottom, right, top, extend);
-        const StatedGrid ref(grid, win, left, bottom, right, top, extend);
-        ASSERT_EQ(map.range_x, ref.range_x);
-        ASSERT_EQ(map.range_y, ref.range_y);
-        for (int32_t j = 0; j < map.range_y; ++j)
-            for (int32_t i = 0; i < map.range_x; ++i) {
-                const ClipBox b = map.getClipBox(i, j);
-                ASSERT_EQ((std::array<int64_t, 4>{b.x_low, b.x_high, b.y_low, b.y_high}),
-                          ref.boxes[j * ref.range_x + i]);
-            }
-        LayoutPolygonSet polys;
-        for (int k = uni(0, 40); k > 0; --k) {
-            const int32_t x = uni(left - 60, right + 20), y = uni(bottom - 60, top + 20);
-            const int32_t w = uni(1, 60), h = uni(1, 60);
-            LayoutPolygon p = rect(x, y, x + w, y + h);
-            const int kind = uni(0, 3);
-            if (kind == 1)  // L shape
-                p = {{x, y},         {x + w, y},     {x + w, y + 2},
-                     {x + 2, y + 2}, {x + 2, y + h}, {x, y + h}};
-            if (kind == 2)  // two rectangles in one ring: may cross
-                p = pe_test::cat(p, rect(x - 7, y + h / 2, x + 5, y + h + 9));
-            if (kind == 3) {
-                // A ring with a hole; the stated loop takes single rings: the same area as four
-                // side strips.
-                map.addOverlappedPolyWithHoles(
-                    {rect(x, y, x + w + 4, y + h + 4),
-                     reversed(rect(x + 2, y + 2, x + w + 2, y + h + 2))});
-                for (const LayoutPolygon& s :
-                     {rect(x, y, x + w + 4, y + 2), rect(x, y + h + 2, x + w + 4, y + h + 4),
-                      rect(x, y, x + 2, y + h + 4), rect(x + w + 2, y, x + w + 4, y + h + 4)})
-                    polys.push_back(s);
-                continue;
-            }
-            if (uni(0, 1)) p = reversed(p);
-            map.addOverlappedPoly(p);
-            polys.push_back(p);
-        }
-        map.calculateDensity();
-        const std::vector<double> expected = ref.densities(polys);
-        ASSERT_EQ(map.densities, expected) << "trial " << trial;
-        for (int q = 0; q < 50; ++q) {
-            const int32_t x = uni(left - 50, right + 50), y = uni(bottom - 50, top + 50);
-            const int32_t box = uni(0, 200);
-            ASSERT_EQ(map.getDensity(x, y, box), ref.density(expected, x, y, box))
-                << "trial " << trial << " query " << x << "," << y << "," << box;
-        }
-    }
-}
-
-// General, often self-crossing polygons: the clipper rounds crossings to the integer grid, and the
-// map cuts at tile edges where the stated loop cuts only at window edges, so the two may differ by
-// rounded crossings, each moving an edge by at most half a unit over at most the window's width.
-// The bound allows 8 such moves per polygon in the window.
-TEST(DensityMap, CloseToTheStatedLoopOnGeneralPolygons) {
-    pe_test::Rng uni(17);
-    for (int trial = 0; trial < 20; ++trial) {
-        const int32_t grid = uni(500, 3000), win = uni(0, 8000), extend = uni(0, 2000);
-        DensityMap map(grid, win, 0, 0, 30000, 20000, extend);
-        const StatedGrid ref(grid, win, 0, 0, 30000, 20000, extend);
-        LayoutPolygonSet polys;
-        for (int k = uni(1, 60); k > 0; --k) {
-            const int32_t cx = uni(-1000, 31000), cy = uni(-1000, 21000);
-            LayoutPolygon p;
-            for (int v = uni(3, 12); v > 0; --v)
-                p.push_back({cx + uni(-3000, 3000), cy + uni(-3000, 3000)});
-            polys.push_back(p);
-            map.addOverlappedPoly(p);
-        }
-        map.calculateDensity();
-        const std::vector<double> expected = ref.densities(polys);
-        for (size_t k = 0; k < expected.size(); ++k) {
-            const double w = double(ref.boxes[k][1] - ref.boxes[k][0]);
-            const double h = double(ref.boxes[k][3] - ref.boxes[k][2]);
-            ASSERT_LE(std::abs(map.densities[k] - expected[k]),
-                      8.0 * double(polys.size()) * 0.5 * std::max(w, h) / (w * h))
-                << "trial " << trial << " cell " << k;
-        }
+// A frame of x 0..100 and y 0..34 takes 11 x 4 cells: 101 / 11 rounds up to cells of 10. Windows
+// of 25 reach 7 before and 8 after each cell, stopped 3 beyond the frame, or at the frame for a
+// negative extension.
+TEST(DensityMap, WindowsByHand) {
+    const struct {
+        int32_t extend, i, j;
+        std::array<int64_t, 4> box;  // x low, x high, y low, y high
+    } cases[] = {
+        {3, 0, 0, {-3, 18, -3, 18}}, {3, 1, 1, {3, 28, 3, 28}}, {3, 10, 3, {93, 103, 23, 37}},
+        {-4, 0, 3, {0, 18, 23, 34}}, {3, 11, 0, {0, 0, 0, 0}},  {3, 0, -1, {0, 0, 0, 0}},
+    };
+    for (const auto& c : cases) {
+        const DensityMap m(10, 25, 0, 0, 100, 34, c.extend);
+        ASSERT_EQ((std::vector<int32_t>{m.range_x, m.range_y, m.grid_size}),
+                  (std::vector<int32_t>{11, 4, 10}));
+        const ClipBox b = m.getClipBox(c.i, c.j);
+        EXPECT_EQ((std::array<int64_t, 4>{b.x_low, b.x_high, b.y_low, b.y_high}), c.box)
+            << c.extend << ": " << c.i << "," << c.j;
     }
 }
 
@@ -150,10 +148,13 @@ TEST(DensityMap, CloseToTheStatedLoopOnGeneralPolygons) {
 TEST(DensityMap, RectangleUnionsExactlyAsCounted) {
     pe_test::Rng uni(23);
     for (int trial = 0; trial < 10; ++trial) {
-        DensityMap map(uni(20, 60), uni(0, 150), 0, 0, 299, 199, uni(0, 20));
-        std::vector<pe_test::Rect64> rects;
+        const int32_t left = uni(-100, 100), bottom = uni(-100, 100);
+        DensityMap map(uni(20, 60), uni(0, 150), left, bottom, left + 299, bottom + 199,
+                       uni(-5, 20));
+        std::vector<Rect64> rects;
         for (int k = 0; k < 150; ++k) {
-            const int32_t x = uni(-30, 300), y = uni(-30, 200), w = uni(1, 80), h = uni(1, 80);
+            const int32_t x = left + uni(-30, 300), y = bottom + uni(-30, 200);
+            const int32_t w = uni(1, 80), h = uni(1, 80);
             rects.push_back({x, y, x + w, y + h});
             LayoutPolygon p = rect(x, y, x + w, y + h);
             if (uni(0, 1)) p.insert(p.begin() + 1, LayoutPoint{x + w / 2, y});
@@ -163,8 +164,8 @@ TEST(DensityMap, RectangleUnionsExactlyAsCounted) {
         for (int32_t j = 0; j < map.range_y; ++j)
             for (int32_t i = 0; i < map.range_x; ++i) {
                 const ClipBox b = map.getClipBox(i, j);
-                const double area = double(
-                    pe_test::unionAreaByCells(rects, {b.x_low, b.y_low, b.x_high, b.y_high}));
+                const double area =
+                    double(unionAreaByCells(rects, {b.x_low, b.y_low, b.x_high, b.y_high}));
                 ASSERT_EQ(map.getGridDensity(i, j), area / b.boxArea())
                     << "trial " << trial << " cell " << i << "," << j;
             }
@@ -172,20 +173,24 @@ TEST(DensityMap, RectangleUnionsExactlyAsCounted) {
 }
 
 TEST(DensityMap, WindowQueriesByHand) {
-    // Frame 0..999, cells of 100, column 0 covered: a window leaving the frame shrinks to it.
-    DensityMap m(100, 100, 0, 0, 999, 999);
-    m.addOverlappedPoly(rect(0, 0, 100, 999));
+    // Frame 0..999 x 0..499, cells of 100, column 0 covered: a window leaving the frame shrinks to
+    // it.
+    DensityMap m(100, 100, 0, 0, 999, 499);
+    m.addOverlappedPoly(rect(0, 0, 100, 499));
     m.calculateDensity();
     const double queries[][4] = {
         // x, y, box size, density
-        {50, 500, 100, 1.0},    // inside column 0
-        {100, 500, 100, 0.5},   // half on column 0
-        {0, 500, 400, 0.5},     // window 0..200 x 300..700: 100 of 200 wide covered
-        {-300, 500, 400, 0.0},  // window misses the frame
-        {500, 500, 0, 0.0},     // no window
-        {300, 500, 200, 0.0}};
+        {50, 250, 100, 1.0},      // inside column 0
+        {100, 250, 100, 0.5},     // half on column 0
+        {100, 250, 5, 0.4},       // window 98..103: an odd box reaches 2 back and 3 ahead
+        {0, 250, 400, 0.5},       // window 0..200 x 50..450: 100 of 200 wide covered
+        {50, 450, 200, 2 / 3.0},  // window 0..150 x 350..499
+        {-300, 250, 400, 0.0},    // window misses the frame
+        {500, 250, 0, 0.0},       // no window
+        {300, 250, 200, 0.0}};
     for (const auto& q : queries)
-        EXPECT_EQ(m.getDensity(q[0], q[1], q[2]), q[3]) << q[0] << "," << q[1] << "," << q[2];
+        EXPECT_DOUBLE_EQ(m.getDensity(q[0], q[1], q[2]), q[3])
+            << q[0] << "," << q[1] << "," << q[2];
 
     // Windows of 300 on cells of 100 overlap: a full frame reads 4 in a 100 window, since the query
     // sums the windows of cells 4 and 5 on each axis, each covering the query window.
