@@ -1,6 +1,5 @@
 // How the solver fails and cleans up: its fatal error becomes an exception that reaches the
-// caller also from a walker thread, a signal removes the registered temporary files, and base
-// seed 0 does not give every walker the same stream.
+// caller also from a walker thread, and a signal removes the registered temporary files.
 #include <gtest/gtest.h>
 #include <omp.h>
 #include <sys/stat.h>
@@ -14,7 +13,6 @@
 #include "runtime/failure.h"
 #include "solver/config.h"
 #include "solver/file_utils.h"
-#include "solver/mc_manager.h"
 
 namespace {
 
@@ -90,24 +88,4 @@ TEST(SignalCleanupDeathTest, SigtermRemovesTheRegisteredFilesOnly) {
     std::remove(kept.c_str());
     std::remove(forgotten.c_str());
     EXPECT_THROW(RW2D::FileUtils::remember_temp_file(std::string(2000, 'a')), std::runtime_error);
-}
-
-TEST(Seeds, BaseSeedZeroGivesTheWalkersDifferentStreams) {
-    // Two wires over a plate in one dielectric, solved coarsely.
-    const std::vector<RW2D::Rectangle> wires = {RW2D::Rectangle(-0.5, 0.5, 1.2, 1.0),
-                                                RW2D::Rectangle(1.0, 2.0, 1.2, 1.0),
-                                                RW2D::Rectangle(-5, 5, 0.1, 0.0)};
-    const RW2D::Rectangle window(-5, 5, 4, 0);
-    const auto solve = [&](std::uint32_t threads) {
-        RW2D::Config config = RW2D::Config::for_entry(0.05, 0);
-        config.mc.threads = threads;
-        RW2D::MCManager manager;
-        return manager.estimate(wires, {{0.0, 3.9}}, {}, window, config);
-    };
-    const std::vector<double> one = solve(1), two = solve(2);
-    ASSERT_EQ(two.size(), 6u);
-    // Had both walkers drawn the one walker's stream, each would have stopped at the same walk
-    // with the same sums, and the merged estimate would equal the single one exactly.
-    EXPECT_NE(one[0], two[0]);
-    EXPECT_NEAR(one[0], two[0], 0.2 * one[0]);
 }

@@ -7,7 +7,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -24,14 +23,9 @@ namespace {
 using RW2D::Object;
 using RW2D::Rectangle;
 
-// A path in this test's own temporary folder.
+// A path of this test run's own.
 std::string tmp(const std::string& leaf) {
-    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-    const std::filesystem::path dir =
-        std::filesystem::path(testing::TempDir()) /
-        ("karven_st_" + std::string(info->name()) + "_" + std::to_string(getpid()));
-    std::filesystem::create_directories(dir);
-    return (dir / leaf).string();
+    return testing::TempDir() + "karven_st_" + std::to_string(getpid()) + "_" + leaf;
 }
 
 void write(const std::string& path, const std::string& text) {

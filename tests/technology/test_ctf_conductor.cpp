@@ -71,9 +71,8 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
                       c->bottom_diel_er, c->bottom_diel_thickness},
                      {0.08, 0.05, 0.06, 0.1, 0.03, 3.9, 0.01}));
     ASSERT_NE(c->raised_diff, nullptr);
-    const RaisedDiffModel& raised = *c->raised_diff;
-    EXPECT_TRUE(near({raised.thickness, raised.smin, raised.etch, raised.conformal_er,
-                      static_cast<double>(raised.etch_flag)},
+    const RaisedDiffModel& rd = *c->raised_diff;
+    EXPECT_TRUE(near({rd.thickness, rd.smin, rd.etch, rd.conformal_er, 1.0 * rd.etch_flag},
                      {0.04, 0.02, 0.005, 7.0, 1}));
 
     // The plain table goes to both lists, the resistive one to the resistive list only.
@@ -92,39 +91,32 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
                                  !!c->thickness_density_width, !!c->thickness_polynomial,
                                  !!c->rho_ws, !!c->rpsq_ws}),
               (std::vector<bool>{1, 1, 0, 0, 1, 1, 0, 1, 0}));
-    ASSERT_NE(c->cap_thickness_density, nullptr);
-    ASSERT_NE(c->res_thickness_density, nullptr);
-    EXPECT_NE(c->cap_thickness_density, c->res_thickness_density);
+    ASSERT_TRUE(c->cap_thickness_density && c->res_thickness_density && c->ild_model);
     // Density 0.5 lies half way between the rows: factor 1 + 0.
-    EXPECT_NEAR(c->cap_thickness_density->getThicknessByDensity(0.5), 1.0, 1e-12);
-    ASSERT_NE(c->ild_model, nullptr);
+    EXPECT_NEAR(c->res_thickness_density->getThicknessByDensity(0.5), 1.0, 1e-12);
     EXPECT_EQ(c->ild_model->dielectric, "IMD1");
-
     // rho from the table's first value; the table is kept for resistance extraction.
     EXPECT_DOUBLE_EQ(c->rho, 0.4);
     EXPECT_EQ(c->needs_res_modeling, 1);
 
     // The record owns deep copies of its models: a change to the copy leaves the original alone.
     Conductor copy = *c;
-    EXPECT_NE(copy.cap_mask_etch[0], c->cap_mask_etch[0]);
-    EXPECT_NE(copy.ild_model, c->ild_model);
+    EXPECT_TRUE(copy.cap_mask_etch[0] != c->cap_mask_etch[0] && copy.ild_model != c->ild_model);
     copy.cap_etch[0]->values[0] = 99;
     EXPECT_DOUBLE_EQ(c->cap_etch[0]->values[0], 0.01);
 }
 
 TEST(CtfConductor, ValueAndFieldErrors) {
-    const char* cases[][3] = {
-        {"smin", "0", "invalid value"},
-        {"rho", "0", "invalid rho value"},
-        {"gate2contact_smin", "0", "invalid gate2contact_smin value"},
-        {"raiseddiffu_thickness", "0",
-         "the value of raiseddiffu_thickness must be larger than zero"},
-        {"bottom_diel_er", "0", "invalid bottom_diel_er value"},
-    };
+    // Each field is set to 0.
+    const char* cases[][2] = {
+        {"smin", "invalid value"},
+        {"rho", "invalid rho value"},
+        {"gate2contact_smin", "invalid gate2contact_smin value"},
+        {"raiseddiffu_thickness", "the value of raiseddiffu_thickness must be larger than zero"},
+        {"bottom_diel_er", "invalid bottom_diel_er value"}};
     std::vector<ErrorCase> errors;
     for (const auto& c : cases)
-        errors.push_back(
-            {"conductor M {\n  " + std::string(c[0]) + " " + c[1] + " }", c[0], 1, c[2]});
+        errors.push_back({"conductor M {\n  " + std::string(c[0]) + " 0 }", c[0], 1, c[1]});
     errors.push_back({"conductor { thickness 1 }", "conductor", 1, "expecting conductor name"});
     errors.push_back({metal(" gate_diffusion_layer_pair { (a b) }\n"), "gate_diffusion_layer_pair",
                       1, kUnknowClass});
@@ -144,9 +136,7 @@ TEST(CtfConductor, ValueAndFieldErrors) {
 TEST(CtfConductor, ConstantWidthVariations) {
     // Too small to matter: nothing at all is recorded.
     Layer tiny(metal(" width_var 0.000000001\n"));
-    EXPECT_TRUE(tiny->cap_etch.empty());
-    EXPECT_TRUE(tiny->res_etch.empty());
-    EXPECT_EQ(tiny->needs_res_modeling, 0);
+    EXPECT_TRUE(tiny->cap_etch.empty() && tiny->res_etch.empty() && !tiny->needs_res_modeling);
 
     // Two in a row add up in one constant model per list.
     Layer sum(metal(" width_var 0.01\n width_var 0.02\n"));
@@ -168,50 +158,45 @@ TEST(CtfConductor, ConstantWidthVariations) {
     EXPECT_NEAR(mixed->res_etch[2]->constant, 0.02, 1e-15);
 }
 
+// A polynomial thickness table with the given extra fields, and thickness bounds 0.3 to 0.6.
+std::string polynomial(const std::string& extra) {
+    return " thickness_var_from_polynomial { density_polynomial_orders { 0 1 }\n"
+           "   width_polynomial_orders { 0 } polynomial_coefficients { 0.01 0.02 }\n"
+           "   thickness_bounds { 0.3 0.6 }\n" +
+           extra + " }\n";
+}
+
 TEST(CtfConductor, TableExclusionsReportAtTheSecondTable) {
-    auto ws = [](const char* use) {
-        return " thickness_var_from_ws " + std::string(use) +
-               " { widths { 1 } spacings { 1 } values { 0.1 } }\n";
-    };
+    const std::string one = " { widths { 1 } spacings { 1 } values { 0.1 } }\n";
+    auto ws = [&](const char* use) { return " thickness_var_from_ws " + std::string(use) + one; };
     auto b = [](const char* use) {
         return " bottom_thickness_var_from_si_width " + std::string(use) + " { (0.1 0.1) }\n";
     };
     const std::string dw =
         " thickness_vs_density_and_width { widths { 1 } densities { 1 } values { 0.1 } }\n";
-    const std::string poly =
-        " thickness_var_from_polynomial { density_polynomial_orders { 0 1 }\n"
-        "   width_polynomial_orders { 0 } polynomial_coefficients { 0.01 0.02 } }\n";
-    const std::string side =
-        " side_tan_vs_si_width_and_spacing { widths { 1 } spacings { 1 } values { 0.1 } }\n";
+    const std::string poly = polynomial(""), side = " side_tan_vs_si_width_and_spacing" + one;
     const std::string g2d =
         " gate2diffusion_cap { num_tables 1 A { gate_w { 1 } gate2contact_spacings { 1 }"
         " caps_per_micron { 1 } } }\n";
     const std::string box = " densitybox_weight_factor { (10 1) }\n";
-    const char* cap = "capacitive_only";
-    const char* res = "resistive_only";
-    const std::string before_poly =
-        "thickness_var_from_polynomial modeling is not allowed when other thickness modelings "
-        "are already existed in the same layer";
-    auto once = [](const std::string& what) {
-        return "only one " + what + " modeling is allowed in one layer";
-    };
+    const char *cap = "capacitive_only", *res = "resistive_only";
+    auto once = [](const std::string& what) { return "only one " + what + " modeling is allowed"; };
+    // {body, word, nth, start of the message}
     const std::vector<std::tuple<std::string, std::string, int, std::string>> cases = {
         {side + side, "side_tan_vs_si_width_and_spacing", 2,
          once("side_tan_vs_si_width_and_spacing")},
-        {g2d + g2d, "gate2diffusion_cap", 2,
-         "multiple gate2diffusion_cap tables are specified in one layer"},
+        {g2d + g2d, "gate2diffusion_cap", 2, "multiple gate2diffusion_cap tables"},
         {poly + poly, "thickness_var_from_polynomial", 2, once("thickness_var_from_polynomial")},
-        {dw + poly, "thickness_var_from_polynomial", 1, before_poly},
+        {dw + poly, "thickness_var_from_polynomial", 1,
+         "thickness_var_from_polynomial modeling is not allowed when other"},
         {ws(cap) + ws(cap), "thickness_var_from_ws", 2,
          once("capacitive_only thickness_var_from_ws")},
         {b(cap) + b(cap), "bottom_thickness_var_from_si_width", 2,
          once("capacitive_only bottom_thickness_var_from_si_width")},
         {dw + dw, "thickness_vs_density_and_width", 2, once("thickness_vs_density_and_width")},
-        {box + box, "densitybox_weight_factor", 2,
-         "only one densitybox_weight_factor table is allowed in one layer"},
-        {" rho_vs_width_and_spacing { widths { 1 } spacings { 1 } values { 1 } }\n"
-         " rpsq_vs_si_width { (1 1) }\n",
-         "rpsq_vs_si_width", 1, "only one resistance model is allowed in one layer"},
+        {box + box, "densitybox_weight_factor", 2, "only one densitybox_weight_factor table"},
+        {" rho_vs_width_and_spacing" + one + " rpsq_vs_si_width { (1 1) }\n", "rpsq_vs_si_width", 1,
+         "only one resistance model"},
     };
     std::vector<ErrorCase> errors;
     for (const auto& [body, word, nth, message] : cases)
@@ -256,39 +241,23 @@ TEST(CtfConductor, ResistanceFromRhoOrTables) {
     PARG::clear();  // switches set here must not reach another test
 }
 
-// A polynomial thickness table with the given extra fields, and thickness bounds 0.3 to 0.6.
-std::string polynomial(const std::string& extra) {
-    return " thickness_var_from_polynomial { density_polynomial_orders { 0 1 }\n"
-           "   width_polynomial_orders { 0 } polynomial_coefficients { 0.01 0.02 }\n"
-           "   thickness_bounds { 0.3 0.6 }\n" +
-           extra + " }\n";
-}
-
 TEST(CtfConductor, EndOfStatementErrorsAtTheKeyword) {
-    const char* raised =
-        "must specify both the raiseddiffu_thickness and raiseddiffu2gate_smin for the "
-        "conductor layer";
-    const char* bottom =
-        "must specify both bottom_diel_er and bottom_diel_thickness to model bottom dielectric";
+    const char* raised = "must specify both the raiseddiffu_thickness and raiseddiffu2gate_smin";
+    const char* bottom = "must specify both bottom_diel_er and bottom_diel_thickness";
     auto thick = [](const char* t) {
         return "conductor M1 {\n thickness " + std::string(t) + " rho 1\n" + polynomial("") + "}";
     };
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"\n conductor M1 { rho 1 }", "no thickness value is specified for the layer"},
-        {"conductor M1 { thickness 1 }", "no resistance is specified for the layer"},
+        {"\n conductor M1 { rho 1 }", "no thickness value is specified"},
+        {"conductor M1 { thickness 1 }", "no resistance is specified"},
         {metal(" layer_type DIFFUSION raiseddiffu_thickness 0.1\n"), raised},
         {metal(" layer_type DIFFUSION raiseddiffu_etch 0.1 raiseddiffu2gate_smin 0.1\n"), raised},
         {metal(" layer_type GATE raiseddiffu_thickness 0.1 raiseddiffu2gate_smin 0.1\n"),
-         "the raiseddiffu_thickness field can only be applied to the conductors with layer_type "
-         "being set as DIFFUSION"},
+         "the raiseddiffu_thickness field can only be applied"},
         {metal(" bottom_diel_er 3\n"), bottom},
         {metal(" bottom_diel_thickness 0.1\n"), bottom},
-        {thick("0.2"),
-         "lower value of thickness_bounds of thickness_var_from_polynomial model must be "
-         "smaller than the original conductor thickness"},
-        {thick("0.7"),
-         "upper value of thickness_bounds of thickness_var_from_polynomial model must be larger "
-         "than the original conductor thickness"},
+        {thick("0.2"), "lower value of thickness_bounds"},
+        {thick("0.7"), "upper value of thickness_bounds"},
     };
     std::vector<ErrorCase> errors;
     for (const auto& [text, message] : cases) errors.push_back({text, "conductor", 1, message});

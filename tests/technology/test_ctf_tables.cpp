@@ -110,110 +110,84 @@ TEST(CtfTables, PolynomialTable) {
     EXPECT_NEAR(out, 0.1, 1e-15);
 }
 
+// Each message is matched by its start, long enough to tell it from its neighbours.
 TEST(CtfTables, WidthVariationErrors) {
-    const std::string ev = "width_var_from_ws";
+    const std::string ev = "width_var_from_ws", wl = "width_var_from_wl",
+                      cg = "width_var_from_contact_gate_s";
     const std::string one = " { widths { 1 } spacings { 1 } values { 1 } } ";
-    const std::string wl = "width_var_from_wl";
-    const std::string cg = "width_var_from_contact_gate_s";
     const std::string sub =
         " { contact2contact_spacings { 1 } gate2contact_spacings { 1 } values { 1 } } ";
-    const char* pair = "expecting tuple with two non-negative integers";
+    const char* dims = "dimensions of contact2contact_spacings and gate2contact_spacings vectors";
     expectErrors({
         {"thickness_var_from_ws { widths { 1 } thickness 0.1 }", "thickness", 1, kUnknowClass},
         {"thickness_var_from_ws { widths { 1 2 } spacings { 1 2 3 } values { 1 2 3 4 5 } }",
-         "thickness_var_from_ws", 1,
-         "dimensions of widths and spacings vectors do not match with the values vector"},
+         "thickness_var_from_ws", 1, "dimensions of widths and spacings vectors do not match"},
         {"thickness_var_from_ws { widths { 1 } spacings { 1 } values { 1 }", "}", 3,
          "cannot find the end of the table"},
         {"rho_vs_width_and_spacing { widths { 1 } spacings { 1 2 } values { 0.5 0 } }",
          "rho_vs_width_and_spacing", 1, "rho values must be larger than zero"},
-        {"mask ( 1 -2 )" + one, "(", 1, pair},
-
+        {"mask ( 1 -2 )" + one, "(", 1, "expecting tuple with two non-negative integers"},
         {ev + " { nmask 1.9 }", "nmask", 1, "number of masks can not be smaller than 2"},
         {ev + " { nmask 2 mask (1 1)" + one + "mask (2 2) (1 1)" + one + "}", "mask", 2,
-         "same mask id pair is specified more than once"},
-        {ev + " { mask (1 1)" + one + "}", ev, 1,
-         "must specify nmask value for the multi-mask etch model"},
+         "same mask id pair is specified"},
+        {ev + " { mask (1 1)" + one + "}", ev, 1, "must specify nmask value"},
         {ev + " { nmask 2 mask (1 1) (1 2) (2 1) (2 2) (3 1)" + one + "}", ev, 1,
-         "invalid mask id in the mask table (must not be greater than the number of masks)"},
-
+         "invalid mask id in the mask table"},
         {wl + " { widths { 1 } lengths { 1 } values { (1 2) (3) } }", "(", 2,
-         "expecting 2 elements (length etch and width etch) in each tuple"},
+         "expecting 2 elements (length etch and width etch)"},
         {wl + " { widths { 1 2 } lengths { 1 } values { (1 2) } }", wl, 1,
-         "dimensions of widths and lengths vectors do not match with the values vector"},
-
-        {cg + " { num_tables 1 t1 { contact2contact_spacings { 1 2 } "
-              "gate2contact_spacings { 1 } values { 1 } } }",
-         "t1", 1,
-         "dimensions of contact2contact_spacings and gate2contact_spacings vectors do not match "
-         "with the values vector"},
-        {cg + " { num_tables 2 t1" + sub + "}", cg, 1,
-         "number of sub tables do not match with num_tables field"},
-        {cg + " { num_tables 1 t1" + sub, "}", 4,
-         "cannot find the end of the width_var_from_contact_gate_s table"},
+         "dimensions of widths and lengths vectors"},
+        {cg + " { num_tables 1 t1 { contact2contact_spacings { 1 2 } gate2contact_spacings { 1 } "
+              "values { 1 } } }",
+         "t1", 1, dims + std::string(" do not match with the values vector")},
+        {cg + " { num_tables 2 t1" + sub + "}", cg, 1, "number of sub tables do not match"},
+        {cg + " { num_tables 1 t1" + sub, "}", 4, "cannot find the end of the " + cg},
         {cg + " { values { 1 } num_tables 1 }", "num_tables", 1,
-         "num_tables field must be specified at the beginning ot the "
-         "width_var_from_contact_gate_s table"},
+         "num_tables field must be specified at the beginning ot the " + cg},
         {cg + " { contact2contact_spacings { 1 } gate2contact_spacings { 1 2 } values { 1 } }", cg,
-         1,
-         "dimensions of contact2contact_spacings and gate2contact_spacings vectors do not match "
-         "with the etch values vector"},
+         1, dims + std::string(" do not match with the etch values vector")},
     });
 }
 
 TEST(CtfTables, ThicknessAndResistanceErrors) {
-    const std::string d = "thickness_var_from_d";
-    const std::string b = "bottom_thickness_var_from_si_width";
-    const std::string box = "densitybox_weight_factor";
-    const std::string rs = "rpsq_vs_si_width";
-    const std::string ra = "rpv_vs_area";
-    const std::string rpsq = "rpsq_vs_width_and_spacing";
-    const std::string rpv = "rpv_vs_width_and_length";
-    const std::string poly = "thickness_var_from_polynomial";
+    const std::string b = "bottom_thickness_var_from_si_width", rpsq = "rpsq_vs_width_and_spacing",
+                      rpv = "rpv_vs_width_and_length", poly = "thickness_var_from_polynomial";
     const std::string orders = " density_polynomial_orders { 0 } width_polynomial_orders { 0 1 } ";
+    const std::string values = "vectors do not match with the values vector";
     expectErrors({
-        {d + " { (0.2 -1.0) (0.6 1.5) }", "(", 2,
+        {"thickness_var_from_d { (0.2 -1.0) (0.6 1.5) }", "(", 2,
          "invalid thickness change values(must be in the range from -1.0 to 1.0)"},
-        {b + " { (0.1 0) (0.1 0.1) }", "(", 2,
-         "width values in the tuples must be in ascending order"},
+        {b + " { (0.1 0) (0.1 0.1) }", "(", 2, "width values in the tuples must be in ascending"},
         {b + " { (0.1 0.6) }", "(", 1,
          "invalid thickness change values(must be in the range from -0.5 to 0.5)"},
-        {box + " { (1 1) (2 1) (3 1) (4 1) (5 1) (6 1) }", "(", 6,
+        {"densitybox_weight_factor { (1 1) (2 1) (3 1) (4 1) (5 1) (6 1) }", "(", 6,
          "at most 5 density boxes are allowed"},
-        {rs + " { (1 10) (2 0) }", "(", 2, "rpsq values must be larger than zero"},
-        {ra + " { (2 1) (1 2) (2 3) }", "(", 3, "area values can not be duplicated"},
-
+        {"rpsq_vs_si_width { (1 10) (2 0) }", "(", 2, "rpsq values must be larger than zero"},
+        {"rpv_vs_area { (2 1) (1 2) (2 3) }", "(", 3, "area values can not be duplicated"},
         {"thickness_vs_density_and_width { widths { 1 2 } densities { 0 } values { 1 } }",
-         "thickness_vs_density_and_width", 1,
-         "dimensions of widths and densities vectors do not match with the values vector"},
+         "thickness_vs_density_and_width", 1, "dimensions of widths and densities " + values},
         {"ild_thickness_var_from_effective_ws { widths { 1 } spacings { 1 } "
          "thickness_changes { 1 2 } }",
          "ild_thickness_var_from_effective_ws", 1,
-         "dimensions of widths and spacings vectors do not match with the thickness_changes "
-         "vector"},
+         "dimensions of widths and spacings vectors do not match with the thickness_changes"},
         {"rho_vs_si_width_and_thickness { width { 1 } thickness { 1 2 } values { 1 } }",
-         "rho_vs_si_width_and_thickness", 1,
-         "dimensions of width and thickness vectors do not match with the values vector"},
+         "rho_vs_si_width_and_thickness", 1, "dimensions of width and thickness " + values},
         {rpsq + " { widths { 1 } }", rpsq, 1, "missing rpsq value fields"},
-        {rpsq + " { widths { 1 2 } values { 1 } }", rpsq, 1,
-         "dimensions of width vectors do not match with the values vector"},
+        {rpsq + " { widths { 1 2 } values { 1 } }", rpsq, 1, "dimensions of width " + values},
         {rpsq + " { widths { 1 } spacings { 1 2 } values { 1 } }", rpsq, 1,
-         "dimensions of widths and spacings vectors do not match with the values vector"},
+         "dimensions of widths and spacings " + values},
         {rpv + " { widths { 1 } lengths { 1 2 } values { 1 } }", rpv, 1,
-         "dimensions of widths and lengths vectors do not match with the values vector"},
+         "dimensions of widths and lengths " + values},
         {"ceff_vs_frq_and_spacing { frq { 1 2 } spacings { 5 } values { 0.1 } }",
-         "ceff_vs_frq_and_spacing", 1,
-         "dimensions of frq and spacings vectors do not match with the values vector"},
-
+         "ceff_vs_frq_and_spacing", 1, "dimensions of frq and spacings " + values},
         {poly + " { thickness_bounds { 1 1 } }", "thickness_bounds", 1,
-         "lower boundary value must be smaller than upper boundary value"},
+         "lower boundary value must be smaller"},
         {poly + " { density_bounds_vs_width { (2 0.1 0.5) (1 0.1 0.5) } }", "(", 2,
-         "width series in the tuples must be in ascending order"},
+         "width series in the tuples must be in ascending"},
         {poly + " {" + orders + "width_ranges { 1 } polynomial_coefficients { 1 2 } }", poly, 1,
-         "number of polynomial_coefficients tables do not match with the width_ranges"},
+         "number of polynomial_coefficients tables do not match"},
         {poly + " {" + orders + "polynomial_coefficients { 1 2 3 } }", poly, 1,
-         "dimensions of density_polynomial_orders and width_polynomial_orders vectors do not "
-         "match with the polynomial_coefficients"},
+         "dimensions of density_polynomial_orders and width_polynomial_orders"},
     });
 }
 

@@ -74,11 +74,11 @@ TEST_F(ProcessInfoRead, RunningHeightStacksDielectricsNotConductors) {
                    "via V0 { bottom substrate top M1 rpv 1 via_size 0.1 }\n"),
               1)
         << logged;
-    EXPECT_DOUBLE_EQ(conductor("M1").base, 1.0);
-    EXPECT_DOUBLE_EQ(conductor("M2").base, 1.1);  // same height plus its bottom dielectric
-    EXPECT_DOUBLE_EQ(info->dielectrics[1].base, 1.0);
-    EXPECT_DOUBLE_EQ(conductor("M3").base, 1.5);  // the coat with thickness raised the height
-    EXPECT_DOUBLE_EQ(info->dielectrics.at(3).base, 1.5);
+    // M2 stands on its bottom dielectric; the coat with thickness raised the height for M3.
+    EXPECT_TRUE(
+        tech_test::near({conductor("M1").base, conductor("M2").base, info->dielectrics.at(1).base,
+                         conductor("M3").base, info->dielectrics.at(3).base},
+                        {1.0, 1.1, 1.0, 1.5, 1.5}));
     EXPECT_EQ(info->layer_order,
               (std::vector<std::string>{"D0", "M1", "M2", "C1", "C2", "M3", "D1"}));
     // Coats of M1 inner first: C1 at offset 0, C2 outside it by C1's thicknesses.
@@ -86,12 +86,9 @@ TEST_F(ProcessInfoRead, RunningHeightStacksDielectricsNotConductors) {
     EXPECT_EQ(conductor("M1").conformal_side_offsets, (std::vector<double>{0.0, 0.01}));
     EXPECT_EQ(conductor("M1").conformal_top_offsets, (std::vector<double>{0.0, 0.02}));
     // Vias run from the top of the bottom conductor to the base of the top one.
-    const Via& v1 = info->vias[info->via_index.at("V1")];
-    EXPECT_DOUBLE_EQ(v1.base, 1.5);
-    EXPECT_DOUBLE_EQ(v1.thickness, 0.0);
-    const Via& v0 = info->vias[info->via_index.at("V0")];
-    EXPECT_DOUBLE_EQ(v0.base, 0.0);
-    EXPECT_DOUBLE_EQ(v0.thickness, 1.0);
+    const Via &v1 = info->vias[info->via_index.at("V1")],
+              &v0 = info->vias[info->via_index.at("V0")];
+    EXPECT_TRUE(tech_test::near({v1.base, v1.thickness, v0.base, v0.thickness}, {1.5, 0, 0, 1}));
 }
 
 TEST_F(ProcessInfoRead, ReducedStackFromAFileAndItsTwoStops) {
@@ -106,11 +103,12 @@ TEST_F(ProcessInfoRead, ReducedStackFromAFileAndItsTwoStops) {
     ctf.parseCtf(path);
     testing::internal::GetCapturedStdout();
     ASSERT_EQ(ctf.conductors.size(), 1u);
-    EXPECT_DOUBLE_EQ(ctf.conductors[0]->z_bottom, 1.0);
-    EXPECT_DOUBLE_EQ(ctf.conductors[0]->z_top, 1.5);
-    EXPECT_DOUBLE_EQ(ctf.conductors[0]->side_tan, 0.1);
-    ASSERT_EQ(ctf.conductors[0]->conformals.size(), 1u);
-    EXPECT_DOUBLE_EQ(ctf.conductors[0]->conformals[0]->top_thickness, 0.0);  // absent: 0
+    const auto& m1 = *ctf.conductors[0];
+    ASSERT_EQ(m1.conformals.size(), 1u);
+    // An absent top thickness of the coat reads 0.
+    EXPECT_TRUE(
+        tech_test::near({m1.z_bottom, m1.z_top, m1.side_tan, m1.conformals[0]->top_thickness},
+                        {1.0, 1.5, 0.1, 0.0}));
     EXPECT_EQ(ctf.plates, (std::vector<std::pair<double, double>>{{0, 4}, {1, 3}, {1.5, 1}}));
 
     // Returns the text of what stopped the read, or "" when nothing did.

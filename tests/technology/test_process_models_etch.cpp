@@ -51,16 +51,12 @@ TEST(EtchModel, ExactAxisValueTakesThatRowAsLowBracket) {
     expectEval(m, {{1.5, 1, 15}, {3, 1, 40}});
 
     const std::vector<double> axis = {1.0, 2.0, 3.0};
-    for (const auto& [x, low, high] : {std::array<double, 3>{0, 0, 1},
-                                       {1, 0, 1},
-                                       {2, 1, 2},
-                                       {2.5, 1, 2},
-                                       {3, 2, 2},
-                                       {9, 2, 2}}) {
+    // {x, low, high}
+    const double grid[][3] = {{0, 0, 1}, {1, 0, 1}, {2, 1, 2}, {2.5, 1, 2}, {3, 2, 2}, {9, 2, 2}};
+    for (const auto& [x, low, high] : grid) {
         int lo = -7, hi = -7;
         EXPECT_EQ(EtchModel::searchGrid(axis, x, lo, hi), 1);
-        EXPECT_EQ(lo, low) << "x=" << x;
-        EXPECT_EQ(hi, high) << "x=" << x;
+        EXPECT_TRUE(lo == low && hi == high) << "x=" << x << ": " << lo << " " << hi;
     }
     int lo = -7, hi = -7;
     EXPECT_EQ(EtchModel::searchGrid({5.0}, 1.0, lo, hi), 1);

@@ -14,12 +14,12 @@ TEST(ReciprocalInterpolation, HandComputedValuesAndFailures) {
     EXPECT_NEAR(reciprocalInterpolation(1.0, 3.0, 2.0, 6.0, 1.0, 1), 2.0, 1e-12);
     EXPECT_NEAR(reciprocalInterpolation(1.0, 3.0, 2.0, 6.0, 3.0, 0), 6.0, 1e-12);
 
-    EXPECT_EQ(reciprocalInterpolation(0.0, 3.0, 2.0, 6.0, 2.0, 0), -1.0);
-    EXPECT_EQ(reciprocalInterpolation(1.0, 3.0, 1e-10, 6.0, 2.0, 0), -1.0);
-    EXPECT_EQ(reciprocalInterpolation(1.0, 3.0, 2.0, 0.0, 2.0, 0), -1.0);
-    EXPECT_EQ(reciprocalInterpolation(2.0, 2.0, 2.0, 6.0, 2.0, 0), -1.0);
-    // t = 2 drives the conductance to 1 - 2 (1 - 0.1) < 0.
-    EXPECT_EQ(reciprocalInterpolation(1.0, 2.0, 1.0, 10.0, 3.0, 0), -1.0);
+    // A zero axis end, a value near 0, a zero-width bracket; t = 2 in the last drives the
+    // conductance to 1 - 2 (1 - 0.1) < 0.
+    const double bad[][5] = {
+        {0, 3, 2, 6, 2}, {1, 3, 1e-10, 6, 2}, {1, 3, 2, 0, 2}, {2, 2, 2, 6, 2}, {1, 2, 1, 10, 3}};
+    for (const auto& [x0, x1, f0, f1, x] : bad)
+        EXPECT_EQ(reciprocalInterpolation(x0, x1, f0, f1, x, 0), -1.0) << x0 << " " << f0;
 }
 
 TEST(RPSQWidthSpacingModel, TwoAxesSpacingFirstThenWidth) {
