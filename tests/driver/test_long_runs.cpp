@@ -124,8 +124,7 @@ TEST_F(LongRunTool, ShardsMergedByTheToolEqualOneRunAndBadSetsAreRefused) {
     const std::string merged = (dir / "merged.jsonl").string();
     ASSERT_EQ(run({kMerge, "-o", merged, part[2], part[0], part[1]}), 0) << log;
     EXPECT_EQ(readFile(merged), readFile(dir / "whole.jsonl"));
-
+    // A bad set fails the tool (which sets are bad is the merge library's test).
     EXPECT_EQ(run({kMerge, "-o", (dir / "bad.jsonl").string(), part[0], part[2]}), 1);
-    EXPECT_NE(log.find("Error: missing id 2 "), std::string::npos) << log;
     EXPECT_FALSE(fs::exists(dir / "bad.jsonl"));
 }
