@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <sstream>
@@ -73,14 +74,9 @@ inline std::string errorAt(const std::string& text, const std::string& word, int
                            (end >= text.size() || !wordByte(text[end]))))
             --nth;
     }
-    int line = 1;
-    std::size_t line_start = 0;
-    for (std::size_t i = 0; i < found; ++i)
-        if (text[i] == '\n') {
-            ++line;
-            line_start = i + 1;
-        }
-    return at(word, line, static_cast<int>(found - line_start), message);
+    const std::size_t line_start = text.rfind('\n', found) + 1;  // 0 on the first line
+    const auto line = 1 + std::count(text.begin(), text.begin() + found, '\n');
+    return at(word, static_cast<int>(line), static_cast<int>(found - line_start), message);
 }
 
 // Reading `text` must fail at the nth `word` with a message that holds `message`.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <tuple>
 
 #include "tech_test_util.h"
 #include "technology/ctf_tables.h"
@@ -54,34 +55,31 @@ const char* const kTwoMasks =
     "}";
 
 TEST(CtfTables, WidthVarFromWsSingleAndMultiMask) {
-    Reader r("width_var_from_ws " + kBody);
+    // Plain table first, then the usage flags in braces.
+    Reader r("width_var_from_ws " + kBody + " width_var_from_ws { resistive_only etch_from_top " +
+             kBody.substr(2));
     auto* t = r.read<CtfEtch_width_spacing>();
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(t->is_multi_mask, 0);
     EXPECT_DOUBLE_EQ(eval(t->model, 2.0, 30.0), 30.0);
     EXPECT_EQ(t->use.capacitive_only + t->use.resistive_only + t->use.etch_from_top, 0);
-    Reader f("width_var_from_ws { resistive_only etch_from_top " + kBody.substr(2));
-    t = f.read<CtfEtch_width_spacing>();
-    EXPECT_EQ(t->use.resistive_only + t->use.etch_from_top, 2);
-    EXPECT_EQ(t->use.capacitive_only, 0);
+    ASSERT_TRUE(r.ci.stream.next());
+    t = r.read<CtfEtch_width_spacing>();
+    EXPECT_EQ(t->use.resistive_only * 2 + t->use.etch_from_top * 4 + t->use.capacitive_only, 6);
 
     // Two masks: the defaults come from the cross-mask tables (1,2) and (2,1).
     Reader mm(std::string(kTwoMasks) + "\n" + kTwoMasks);
     t = mm.read<CtfEtch_width_spacing>();
     ASSERT_NE(t, nullptr);
-    EXPECT_EQ(t->is_multi_mask, 1);
-    EXPECT_EQ(t->mask_model.nmask, 2);
+    EXPECT_TRUE(t->is_multi_mask == 1 && t->mask_model.nmask == 2);
     EXPECT_DOUBLE_EQ(t->mask_model.max_feature, 5.0);
     std::unique_ptr<SyntheticEtchModel> kept(t->mask_model.clone());
     ASSERT_TRUE(mm.ci.stream.next());
     ASSERT_NE(mm.read<CtfEtch_width_spacing>(), nullptr);  // the processor reads again
-    for (const SyntheticEtchModel* s : {kept.get(), &t->mask_model}) {
-        EXPECT_DOUBLE_EQ(evalMask(*s, 2, 2), 1.0);
-        EXPECT_DOUBLE_EQ(evalMask(*s, 1, 2), 2.0);
-        EXPECT_DOUBLE_EQ(evalMask(*s, 0, 0), 2.0);
-        EXPECT_DOUBLE_EQ(evalMask(*s, 0, 1), 3.0);
-        EXPECT_DOUBLE_EQ(evalMask(*s, 1, 0), 2.0);
-    }
+    for (const SyntheticEtchModel* s : {kept.get(), &t->mask_model})
+        for (const auto& [a, b, want] :
+             {std::tuple{2, 2, 1.0}, {1, 2, 2.0}, {0, 0, 2.0}, {0, 1, 3.0}, {1, 0, 2.0}})
+            EXPECT_DOUBLE_EQ(evalMask(*s, a, b), want) << a << b;
 }
 
 TEST(CtfTables, PolynomialTable) {
