@@ -38,13 +38,10 @@ const char* const kEtchTable =
 
 TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
     const Conductor c = layer(
-        "conductor OD {\n"
-        " thickness 0.08 wmin 0.05 smin 0.06 side_tan 0.1 gate2contact_smin 0.03\n"
-        " layer_type DIFFUSION\n"
-        " raiseddiffu_thickness 0.04 raiseddiffu2gate_smin 0.02 raiseddiffu_etch 0.005\n"
-        " raiseddiffu_gateside_conformal_er 7\n"
-        " bottom_diel_er 3.9 bottom_diel_thickness 0.01\n"
-        " crt1 1 crt2 2 t_zero 25\n" +
+        "conductor OD { thickness 0.08 wmin 0.05 smin 0.06 side_tan 0.1 gate2contact_smin 0.03\n"
+        " layer_type DIFFUSION raiseddiffu_thickness 0.04 raiseddiffu2gate_smin 0.02\n"
+        " raiseddiffu_etch 0.005 raiseddiffu_gateside_conformal_er 7 crt1 1 crt2 2 t_zero 25\n"
+        " bottom_diel_er 3.9 bottom_diel_thickness 0.01\n" +
         std::string(kEtchTable) +
         " width_var_from_ws resistive_only { widths { 1 } spacings { 1 } values { -0.01 } }\n"
         " width_var_from_ws { nmask 2 mask (1 1) (1 2) (2 1) (2 2) {\n"

@@ -1,5 +1,5 @@
 // CTF scanner: token boundaries of the rule table, (line, position) contexts, and the lexical and
-// syntax error texts; then the element framework: each generic element form with each of its
+// syntax error positions; then the element framework: each generic element form with each of its
 // error texts (token, line and position worked out by hand), and a nesting too deep to follow.
 #include <gtest/gtest.h>
 
@@ -94,17 +94,6 @@ TEST(CtfLexer, LexicalErrorTextCountsLinesFromOne) {
     }
     // The token list is still complete.
     EXPECT_EQ(ci.stream.tokens.size(), 8u);  // conductor M1 { thickness 0.2 er 3 }
-}
-
-TEST(CtfErrors, SyntaxErrorTextAndCursor) {
-    TokenStream ts;
-    ts.tokens = {"widths", "{", "x"};
-    ts.contexts = {{0, 0}, {3, 7}, {4, 12}};
-    ts.current = 2;
-    // Without a message; the text with one is checked by every reader's error table.
-    Ctf_Syntax_Error there(ts, nullptr, 1);
-    EXPECT_EQ(there.text, "CTF error at \"{\", line: 4, pos: 7.\n");
-    EXPECT_EQ(ts.current, 1u);  // the error moved the cursor to the token it names
 }
 
 using namespace tech_test;

@@ -288,8 +288,12 @@ TEST(CtfVia, FullStatementsAndOwnership) {
     const Via copy = via;
     EXPECT_NE(copy.gate_etch[0], via.gate_etch[0]);
 
-    EXPECT_EQ(logOf("via V { bottom M1 top M2 rho 1\n er 3\n device_type { a }\n"
-                    " tall_via_config { }\n csub_vs_spacing { (1 1) } }"),
+    Reader ignored(
+        "via V { bottom M1 top M2 rho 1\n er 3\n device_type { a }\n tall_via_config { }\n"
+        " csub_vs_spacing { (1 1) } }");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(ignored.error(), "no error");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
               unsupported("er", 2, 1) + unsupported("device_type", 3, 1) +
                   unsupported("tall_via_config", 4, 1) + unsupported("csub_vs_spacing", 5, 1));
 }

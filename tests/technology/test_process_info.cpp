@@ -63,6 +63,18 @@ protected:
         logged = testing::internal::GetCapturedStdout();
         return status;
     }
+    // Reads `text` into `stack`; returns the text of what stopped the read, or "" when nothing did.
+    std::string readStack(const std::string& text, MCTF::MiniCTF& stack) {
+        std::string what;
+        testing::internal::CaptureStdout();
+        try {
+            stack.parseCtf(write("s.ctf", text));
+        } catch (const std::runtime_error& e) {
+            what = e.what();
+        }
+        logged = testing::internal::GetCapturedStdout();
+        return what;
+    }
     const Conductor& conductor(const std::string& name) {
         return info->conductors.at(info->conductor_index.at(name));
     }
@@ -107,44 +119,27 @@ TEST_F(ProcessInfoRead, RunningHeightStacksDielectricsNotConductors) {
 }
 
 TEST_F(ProcessInfoRead, ReducedStackFromAFileAndItsTwoStops) {
-    MCTF::MiniCTF ctf;
-    std::string path =
-        write("s.ctf",
-              "dielectric D0 { thickness 1 er 4 }\n"
-              "conductor M1 { rho 0.02 thickness 0.5 wmin 0.05 smin 0.06 side_tan 0.1 }\n"
-              "dielectric D1 { thickness 0.5 er 3 }\n"
-              "dielectric C { thickness 0 er 7 bottom M1 side_thickness 0.01 }\n");
-    testing::internal::CaptureStdout();
-    ctf.parseCtf(path);
-    testing::internal::GetCapturedStdout();
-    ASSERT_EQ(ctf.conductors.size(), 1u);
+    MCTF::MiniCTF ctf, none, bad;
+    ASSERT_EQ(readStack("dielectric D0 { thickness 1 er 4 }\n"
+                        "conductor M1 { rho 0.02 thickness 0.5 wmin 0.05 smin 0.06 side_tan 0.1 }\n"
+                        "dielectric D1 { thickness 0.5 er 3 }\n"
+                        "dielectric C { thickness 0 er 7 bottom M1 side_thickness 0.01 }\n",
+                        ctf),
+              "");
+    ASSERT_TRUE(ctf.conductors.size() == 1 && ctf.conductors[0]->conformals.size() == 1);
     const auto& m1 = *ctf.conductors[0];
-    ASSERT_EQ(m1.conformals.size(), 1u);
     // An absent top thickness of the coat reads 0.
     EXPECT_TRUE(
         tech_test::near({m1.z_bottom, m1.z_top, m1.side_tan, m1.conformals[0]->top_thickness},
                         {1.0, 1.5, 0.1, 0.0}));
     EXPECT_EQ(ctf.plates, (std::vector<std::pair<double, double>>{{0, 4}, {1, 3}, {1.5, 1}}));
 
-    // Returns the text of what stopped the read, or "" when nothing did.
-    auto stopOf = [&](const std::string& file, const std::string& text) {
-        MCTF::MiniCTF stack;
-        std::string what;
-        testing::internal::CaptureStdout();
-        try {
-            stack.parseCtf(write(file, text));
-        } catch (const std::runtime_error& e) {
-            what = e.what();
-        }
-        logged = testing::internal::GetCapturedStdout();
-        return what;
-    };
-    EXPECT_NE(stopOf("n.ctf", "conductor M1 { rho 0.02 thickness 0.5 }\n"), "");
-    std::string bad = stopOf("b.ctf",
-                             "dielectric D0 { thickness 1 er 4 }\n"
-                             "conductor M1 { rho 0.02 thickness 0.5 }\n"
-                             "dielectric C { thickness 0 er 7 bottom M7 side_thickness 0.01 }\n");
-    EXPECT_NE(bad.find("\"M7\""), std::string::npos) << bad << logged;
+    EXPECT_NE(readStack("conductor M1 { rho 0.02 thickness 0.5 }\n", none), "");
+    const std::string what = readStack(
+        "dielectric D0 { thickness 1 er 4 }\nconductor M1 { rho 0.02 thickness 0.5 }\n"
+        "dielectric C { thickness 0 er 7 bottom M7 side_thickness 0.01 }\n",
+        bad);
+    EXPECT_NE(what.find("\"M7\""), std::string::npos) << what << logged;
 }
 
 TEST_F(ProcessInfoRead, MaskIdsKeepTheMultiMaskTablesOtherwiseTheyActAsPlainTables) {
