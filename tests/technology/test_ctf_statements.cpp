@@ -45,21 +45,17 @@ TEST(CtfMultiGate, FullStatementFillsTheModel) {
 }
 
 TEST(CtfMultiGate, ErrorTexts) {
-    struct Rule {
-        const char* word;
-        bool zero_passes;
-    };
-    const Rule rules[] = {
+    // {field, whether 0 passes}
+    const std::pair<std::string, bool> rules[] = {
         {"fin_spacing", false},     {"fin_w", false},           {"raised_diffusion_growth", true},
         {"gate_poly_top_t", false}, {"gate_poly_side_t", true}, {"gate_oxide_er", false},
     };
     std::vector<ErrorCase> cases;
-    for (const Rule& r : rules) {
-        const std::string w = r.word;
+    for (const auto& [w, zero_passes] : rules) {
         const std::string message =
-            w + (r.zero_passes ? " can not be negative value" : " must be greater than zero");
+            w + (zero_passes ? " can not be negative value" : " must be greater than zero");
         cases.push_back({"multigate F {\n  " + w + " -0.1 }", w, 1, message});
-        if (r.zero_passes)
+        if (zero_passes)
             EXPECT_EQ(errorOf("multigate F {\n  " + w + " 0 }").find(message), std::string::npos);
         else
             cases.push_back({"multigate F {\n  " + w + " 0 }", w, 1, message});
@@ -279,10 +275,9 @@ TEST(CtfVia, FullStatementsAndOwnership) {
 
     Reader g("via CO { bottom OD top M1 rho 0.1\n" + kGateEtch + " rpv_vs_area { (1 1) } }");
     const Via& via = g.read<CtfVia>()->via;
-    ASSERT_EQ(via.gate_etch.size(), 2u);
+    ASSERT_TRUE(via.gate_etch.size() == 2 && via.etch.empty());
     EXPECT_EQ(via.gate_etch_names, (std::vector<std::string>{"G1", "G2"}));
     EXPECT_DOUBLE_EQ(via.gate_etch[1]->values[0], 0.2);
-    EXPECT_TRUE(via.etch.empty());
 
     // The record owns its models: a copy has its own.
     const Via copy = via;

@@ -184,12 +184,8 @@ TEST(MiniCtfStack, BuildsSubstratePointersPlatesAndCoats) {
 
 TEST(MiniCtfStack, MergePlateGivesConductorsTheThicknessWeightedMean) {
     // Three plates 0-1 (er 4), 1-2 (er 2), 2-3 (er 3) under air; conductors as (base, thickness).
-    struct Case {
-        std::vector<std::pair<double, double>> conductors;
-        Plates want;
-    };
     const double m2 = (0.5 * 3.0 + 0.5 * 2.0 + 0.5 * 3.0) / 1.5;
-    const Case cases[] = {
+    const std::pair<Plates, Plates> cases[] = {
         // 0.5-2.5: 0.5 of er 4, 1.0 of er 2, 0.5 of er 3.
         {{{0.5, 2.0}},
          {{0.0, 4.0}, {0.5, (0.5 * 4 + 1.0 * 2 + 0.5 * 3) / 2.0}, {2.5, 3.0}, {3.0, 1.0}}},
@@ -206,17 +202,17 @@ TEST(MiniCtfStack, MergePlateGivesConductorsTheThicknessWeightedMean) {
         // Heights are compared on the micro grid: keys 1e6 and 2e6 after rounding.
         {{{0.9999996, 1.0000008}}, {{0.0, 4.0}, {1.0, 2.0}, {2.0, 3.0}, {3.0, 1.0}}},
     };
-    for (const Case& c : cases) {
+    for (const auto& [conductors, want] : cases) {
         MCTF::MiniCTF ctf;
         ctf.appendDielectric("D0", 0.0, 1.0, 4.0);
         ctf.appendDielectric("D1", 1.0, 1.0, 2.0);
         ctf.appendDielectric("D2", 2.0, 1.0, 3.0);
-        for (std::size_t i = 0; i < c.conductors.size(); ++i)
-            ctf.appendConductor("M" + std::to_string(i + 1), c.conductors[i].first,
-                                c.conductors[i].second);
+        for (std::size_t i = 0; i < conductors.size(); ++i)
+            ctf.appendConductor("M" + std::to_string(i + 1), conductors[i].first,
+                                conductors[i].second);
         ctf.finishStack();
         ctf.mergePlate();
-        SCOPED_TRACE("case with first conductor at " + std::to_string(c.conductors[0].first));
-        expectPlates(ctf, c.want);
+        SCOPED_TRACE("case with first conductor at " + std::to_string(conductors[0].first));
+        expectPlates(ctf, want);
     }
 }

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 
+#include "tech_test_util.h"
 #include "technology/process_model.h"
 #include "technology/process_model_resistance.h"
 #include "technology/process_model_thickness.h"
@@ -146,18 +147,17 @@ TEST(ThicknessPolynomialModel, ChangeIsBoundedByMaxChangeOrThicknessBounds) {
     big.density_orders = {0};
     big.width_orders = {0};
     big.coefficients = {{1.0}};
-    EXPECT_DOUBLE_EQ(thickness(big, 0.5, 1.0), 0.4);
+    const double up = thickness(big, 0.5, 1.0);
     big.coefficients = {{-1.0}};
-    EXPECT_DOUBLE_EQ(thickness(big, 0.5, 1.0), -0.4);
+    EXPECT_TRUE(tech_test::near({up, thickness(big, 0.5, 1.0)}, {0.4, -0.4}));
 
     ThicknessPolynomialModel m = bilinearPolynomial();
     m.setThicknessBounds(0.9, 1.05);
-    // 1.105 times nominal 1 is cut to 1.05.
-    EXPECT_NEAR(thickness(m, 0.5, 2.0, 1.0), 0.05, 1e-12);
-    // nominal 2: 2.21 is cut to 1.05 -> 1.05 / 2 - 1.
-    EXPECT_NEAR(thickness(m, 0.5, 2.0, 2.0), -0.475, 1e-12);
-    // no nominal: the bounds do not apply; 0.01 + 0.04 + 0.5 * (0.03 + 0.08).
-    EXPECT_NEAR(thickness(m, 0.5, 2.0, 0.0), 0.105, 1e-15);
+    // 1.105 times nominal 1 is cut to 1.05; nominal 2: 2.21 is cut to 1.05 -> 1.05 / 2 - 1; no
+    // nominal: the bounds do not apply, 0.01 + 0.04 + 0.5 * (0.03 + 0.08).
+    EXPECT_TRUE(
+        tech_test::near({thickness(m, 0.5, 2, 1), thickness(m, 0.5, 2, 2), thickness(m, 0.5, 2, 0)},
+                        {0.05, -0.475, 0.105}));
     // A negative width order divides.
     m = ThicknessPolynomialModel();
     m.density_orders = {2};
@@ -186,13 +186,11 @@ TEST(RPSQWidthSpacingModel, TwoAxesSpacingFirstThenWidth) {
     m.widths = {1.0, 3.0};
     m.spacings = {1.0, 3.0};
     m.values = {2.0, 6.0, 4.0, 12.0};
-    EXPECT_DOUBLE_EQ(m.getRPSQ(3.0, 1.0), 4.0);
-    EXPECT_NEAR(m.getRPSQ(1.0, 2.0), 3.0, 1e-12);
-    // Row w=3 at s=2: conductance 1/4 - 0.5 (1/4 - 1/12) = 1/6.
-    EXPECT_NEAR(m.getRPSQ(3.0, 2.0), 6.0, 1e-12);
-    // Between 3 and 6 on 1/w at t = 0.75: conductance 1/3 - 0.75 (1/3 - 1/6) = 5/24.
-    EXPECT_NEAR(m.getRPSQ(2.0, 2.0), 24.0 / 5.0, 1e-12);
-    EXPECT_NEAR(m.getRPSQ(9.0, 0.0), 4.0, 1e-12);
+    // Row w=1 at s=2: conductance 1/2 - 0.5 (1/2 - 1/6) = 1/3; row w=3 at s=2: 1/4 - 0.5 (1/4 -
+    // 1/12) = 1/6; between 3 and 6 on 1/w at t = 0.75: 1/3 - 0.75 (1/3 - 1/6) = 5/24.
+    EXPECT_TRUE(tech_test::near(
+        {m.getRPSQ(3, 1), m.getRPSQ(1, 2), m.getRPSQ(3, 2), m.getRPSQ(2, 2), m.getRPSQ(9, 0)},
+        {4, 3, 6, 24.0 / 5.0, 4}));
 
     std::unique_ptr<RPSQWidthSpacingModel> c(m.clone());
     m.reset();
@@ -207,12 +205,11 @@ TEST(PRVWidthLength, BilinearInsideAndAreaScaledOutside) {
     m.widths = {1.0, 2.0};
     m.lengths = {1.0, 4.0};
     m.values = {8.0, 2.0, 4.0, 1.0};
-    EXPECT_DOUBLE_EQ(m.getRPV(1.0, 4.0), 2.0);
-    EXPECT_DOUBLE_EQ(m.getRPV(1.5, 1.0), 6.0);
-    EXPECT_DOUBLE_EQ(m.getRPV(1.5, 2.5), 3.75);  // mean of the corners 8, 2, 4, 1
-    EXPECT_DOUBLE_EQ(m.getRPV(4.0, 1.0), 2.0);   // 4 * 2 / 4
-    EXPECT_DOUBLE_EQ(m.getRPV(4.0, 8.0), 0.25);  // 1 * (2 / 4) * (4 / 8)
-    EXPECT_DOUBLE_EQ(m.getRPV(0.5, 1.0), 16.0);  // 8 * 1 / 0.5
+    // Inside: a corner, an edge, the mean of the corners 8, 2, 4, 1. Outside, the edge value
+    // scaled by the area: 4 * 2 / 4, 1 * (2 / 4) * (4 / 8), 8 * 1 / 0.5.
+    EXPECT_TRUE(tech_test::near({m.getRPV(1, 4), m.getRPV(1.5, 1), m.getRPV(1.5, 2.5),
+                                 m.getRPV(4, 1), m.getRPV(4, 8), m.getRPV(0.5, 1)},
+                                {2, 6, 3.75, 2, 0.25, 16}));
     m.values.pop_back();
     EXPECT_EQ(m.getRPV(1.0, 1.0), -1.0);
 }
