@@ -53,9 +53,6 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
         " thickness_vs_density_and_width { widths { 1 } densities { 0.5 } values { 0.03 } }\n"
         " ild_thickness_var_from_effective_ws { dielectric IMD1 widths { 1 } spacings { 1 }\n"
         "   thickness_changes { 0.01 } }\n"
-        " densitybox_weight_factor { (10 0.5) (20 0.5) }\n"
-        " gate2diffusion_cap { num_tables 1 PO { gate_w { 1 } gate2contact_spacings { 1 }\n"
-        "   caps_per_micron { 0.3 } } }\n"
         " rho_vs_width_and_spacing { widths { 1 2 } spacings { 1 } values { 0.4 0.6 } }\n"
         "}");
     ASSERT_TRUE(c.raised_diff && c.cap_etch.size() == 1 && c.res_etch.size() == 2 &&

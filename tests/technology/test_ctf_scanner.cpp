@@ -60,14 +60,10 @@ TEST(CtfScanner, TokenBoundaries) {
     EXPECT_EQ(s.error, 0);
 
     // A name does not start with an underscore, and a sign alone starts nothing.
-    for (const char* bad : {"_ab", "+ 1", "-a"}) {
-        Scan b = scan(bad);
-        EXPECT_EQ(b.error, 1) << bad;
-        EXPECT_EQ(b.pos, 0u) << bad;
-    }
-    Scan lead = scan("_ab");
-    EXPECT_EQ(lead.tokens, Strings{"ab"});
-    EXPECT_EQ(lead.contexts[0], (CtfContext{0, 1}));
+    for (const char* bad : {"_ab", "+ 1", "-a"})
+        EXPECT_TRUE(scan(bad).error == 1 && scan(bad).pos == 0) << bad;
+    const Scan lead = scan("_ab");
+    EXPECT_TRUE(lead.tokens == Strings{"ab"} && lead.contexts.at(0) == (CtfContext{0, 1}));
 }
 
 TEST(CtfScanner, LineEndsAndPositions) {
