@@ -88,23 +88,21 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
 }
 
 TEST(CtfConductor, ValueAndFieldErrors) {
-    // Each field is set to 0.
-    const char* cases[][2] = {
-        {"smin", "invalid value"},
-        {"rho", "invalid rho value"},
-        {"gate2contact_smin", "invalid gate2contact_smin value"},
-        {"raiseddiffu_thickness", "the value of raiseddiffu_thickness must be larger than zero"},
-        {"bottom_diel_er", "invalid bottom_diel_er value"}};
-    std::vector<ErrorCase> errors;
-    for (const auto& c : cases)
-        errors.push_back({"conductor M {\n  " + std::string(c[0]) + " 0 }", c[0], 1, c[1]});
-    errors.push_back({"conductor { thickness 1 }", "conductor", 1, "expecting conductor name"});
-    errors.push_back({metal(" gate_diffusion_layer_pair { (a b) }\n"), "gate_diffusion_layer_pair",
-                      1, kUnknowClass});
-    errors.push_back({metal(" spacer_er_from_gate_ws { widths { 1 } spacings { 1 } values { 1 } }"),
-                      "spacer_er_from_gate_ws", 1, kUnknowClass});
-    errors.push_back({"conductor M { thickness 1", "1", 1, "cannot find the end of the table"});
-    expectErrors(errors);
+    auto zero = [](const char* field) { return "conductor M {\n  " + std::string(field) + " 0 }"; };
+    expectErrors({
+        {zero("smin"), "smin", 1, "invalid value"},
+        {zero("rho"), "rho", 1, "invalid rho value"},
+        {zero("gate2contact_smin"), "gate2contact_smin", 1, "invalid gate2contact_smin value"},
+        {zero("raiseddiffu_thickness"), "raiseddiffu_thickness", 1,
+         "the value of raiseddiffu_thickness must be larger than zero"},
+        {zero("bottom_diel_er"), "bottom_diel_er", 1, "invalid bottom_diel_er value"},
+        {"conductor { thickness 1 }", "conductor", 1, "expecting conductor name"},
+        {metal(" gate_diffusion_layer_pair { (a b) }\n"), "gate_diffusion_layer_pair", 1,
+         kUnknowClass},
+        {metal(" spacer_er_from_gate_ws { widths { 1 } spacings { 1 } values { 1 } }"),
+         "spacer_er_from_gate_ws", 1, kUnknowClass},
+        {"conductor M { thickness 1", "1", 1, "cannot find the end of the table"},
+    });
 
     // A zero raiseddiffu_etch is allowed but sets nothing.
     const Conductor z =

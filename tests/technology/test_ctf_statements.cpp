@@ -219,33 +219,31 @@ TEST(CtfDielectric, PlanarAndConformalLayers) {
 }
 
 TEST(CtfDielectric, ErrorTexts) {
-    const char* cases[][3] = {
-        {"thickness", "-0.1", "invalid value"},
-        {"damage_size", "0.001", "invalid damage_size value"},
-        {"damage_er", "0", "invalid value"},
-    };
-    std::vector<ErrorCase> errors;
-    for (const auto& c : cases)
-        errors.push_back(
-            {"dielectric D {\n er 3\n  " + std::string(c[0]) + " " + c[1] + " }", c[0], 1, c[2]});
-    const std::vector<std::pair<std::string, std::string>> at_keyword = {
-        {" thickness 1 ", "no permittivity is specified"},
-        {" er 3 thickness 1 damage_er 4 ", "must specify both damage_size and damage_er"},
-        {" er 3 thickness 1 bw_t 0.01 ", "only conformal dielectric layer can have bw_t"},
-        {" er 3 thickness 1 " + kSpacer, "only conformal dielectric layer can have spacer_er"},
-        {" er 3 bottom M1 bw_t 0.01 side_thickness 0.01 ",
+    auto field = [](const char* f) { return "dielectric D {\n er 3\n  " + std::string(f) + " }"; };
+    // Rules checked at the end of the statement report at its keyword.
+    auto end = [](const std::string& body) { return "\n dielectric D {" + body + "}"; };
+    const char* d = "dielectric";
+    expectErrors({
+        {field("thickness -0.1"), "thickness", 1, "invalid value"},
+        {field("damage_size 0.001"), "damage_size", 1, "invalid damage_size value"},
+        {field("damage_er 0"), "damage_er", 1, "invalid value"},
+        {end(" thickness 1 "), d, 1, "no permittivity is specified"},
+        {end(" er 3 thickness 1 damage_er 4 "), d, 1,
+         "must specify both damage_size and damage_er"},
+        {end(" er 3 thickness 1 bw_t 0.01 "), d, 1,
+         "only conformal dielectric layer can have bw_t"},
+        {end(" er 3 thickness 1 " + kSpacer), d, 1,
+         "only conformal dielectric layer can have spacer_er"},
+        {end(" er 3 bottom M1 bw_t 0.01 side_thickness 0.01 "), d, 1,
          "the conformal layers which have bw_t attribte must not"},
-        {" er 3 bottom M1 side_thickness 0.01 damage_er 3 ", "damage modeling cannot be applied"},
-        {" er 3 bottom M1 bottom M2 side_thickness 0.01 " + kSpacer,
+        {end(" er 3 bottom M1 side_thickness 0.01 damage_er 3 "), d, 1,
+         "damage modeling cannot be applied"},
+        {end(" er 3 bottom M1 bottom M2 side_thickness 0.01 " + kSpacer), d, 1,
          "conformal layers with spacer_er_from_gate_ws model can not"},
-    };
-    for (const auto& [body, message] : at_keyword)
-        errors.push_back({"\n dielectric D {" + body + "}", "dielectric", 1, message});
-    errors.insert(errors.end(),
-                  {{"dielectric D { er 0 }", "er", 1, "invalid permittivity value"},
-                   {"dielectric { er 3 }", "dielectric", 1, "expecting dielectric name"},
-                   {"dielectric D { er 3 widths { 1 } }", "widths", 1, kUnknowClass}});
-    expectErrors(errors);
+        {"dielectric D { er 0 }", "er", 1, "invalid permittivity value"},
+        {"dielectric { er 3 }", d, 1, "expecting dielectric name"},
+        {"dielectric D { er 3 widths { 1 } }", "widths", 1, kUnknowClass},
+    });
 }
 
 const std::string kViaEtch =
@@ -293,26 +291,23 @@ TEST(CtfVia, FullStatementsAndOwnership) {
 
 TEST(CtfVia, ErrorTexts) {
     const char* one_etch = "only one etch modeling is allowed";
-    const char* names = "must specify both the via top and via bottom";
-    const char* none = "must specfiy via resistance by using rho, rpv";
-    std::vector<ErrorCase> errors;
-    for (const char* word : {"via_size", "rpv", "rho"})
-        errors.push_back({"via V {\n bottom M1 top M2\n " + std::string(word) + " 0 }", word, 1,
-                          "invalid value"});
-    const std::vector<std::pair<std::string, std::string>> at_keyword = {
-        {" bottom M1 rho 1 ", names},
-        {" bottom Substrate top M1 ", none},
-        {" bottom M1 top M2 rpv 3 ", "must specify the via_size value"},
+    auto zero = [](const char* f) {
+        return "via V {\n bottom M1 top M2\n " + std::string(f) + " 0 }";
     };
-    for (const auto& [body, message] : at_keyword)
-        errors.push_back({"\n\n via V {" + body + "}", "via", 1, message});
-    errors.insert(
-        errors.end(),
-        {{"via { }", "via", 1, "expecting via name"},
-         {"via V {" + kViaEtch + kViaEtch + "}", "width_var_from_wl", 2, one_etch},
-         {"via V {" + kViaEtch + kGateEtch + "}", "width_var_from_contact_gate_s", 1, one_etch},
-         {"via V {" + kGateEtch + kViaEtch + "}", "width_var_from_wl", 1, one_etch}});
-    expectErrors(errors);
+    auto end = [](const char* body) { return "\n\n via V {" + std::string(body) + "}"; };
+    expectErrors({
+        {zero("via_size"), "via_size", 1, "invalid value"},
+        {zero("rpv"), "rpv", 1, "invalid value"},
+        {zero("rho"), "rho", 1, "invalid value"},
+        {end(" bottom M1 rho 1 "), "via", 1, "must specify both the via top and via bottom"},
+        {end(" bottom Substrate top M1 "), "via", 1,
+         "must specfiy via resistance by using rho, rpv"},
+        {end(" bottom M1 top M2 rpv 3 "), "via", 1, "must specify the via_size value"},
+        {"via { }", "via", 1, "expecting via name"},
+        {"via V {" + kViaEtch + kViaEtch + "}", "width_var_from_wl", 2, one_etch},
+        {"via V {" + kViaEtch + kGateEtch + "}", "width_var_from_contact_gate_s", 1, one_etch},
+        {"via V {" + kGateEtch + kViaEtch + "}", "width_var_from_wl", 1, one_etch},
+    });
 
     for (const char* body :
          {" bottom substrate top M1 ", " bottom SUBSTRATE top M1 rpv 3 ",
@@ -333,20 +328,18 @@ TEST(CtfTSV, FullStatementAndErrorTexts) {
     EXPECT_TRUE(near({t.via_size, t.rho, t.thickness, t.insulation_thickness, t.insulation_er},
                      {5, 0.02, 50, 0.2, 3.9}));
 
-    const char* names = "must specify both the tsv top and tsv bottom";
-    const char* insulation = "must specify both the insulation_thickness and insulation_er";
-    std::vector<ErrorCase> errors;
-    for (const char* word : {"via_size", "insulation_er"})
-        errors.push_back({"tsv T {\n  " + std::string(word) + " 0 }", word, 1, "invalid value"});
-    for (const auto& [body, message] : std::vector<std::pair<std::string, std::string>>{
-             {" top A thickness 1 ", names},
-             {" bottom A top B ", "must specify thickness value"},
-             {" bottom A top B thickness 1 insulation_er 3 ", insulation}})
-        errors.push_back({" tsv T {" + body + "}", "tsv", 1, message});
-    errors.insert(errors.end(), {{"tsv { }", "tsv", 1, "expecting TSV name"},
-                                 {"tsv T { er 1 }", "er", 1, kUnknowField},
-                                 {"tsv T { widths { 1 } }", "widths", 1, kUnknowClass}});
-    expectErrors(errors);
+    auto end = [](const char* body) { return " tsv T {" + std::string(body) + "}"; };
+    expectErrors({
+        {"tsv T {\n  via_size 0 }", "via_size", 1, "invalid value"},
+        {"tsv T {\n  insulation_er 0 }", "insulation_er", 1, "invalid value"},
+        {end(" top A thickness 1 "), "tsv", 1, "must specify both the tsv top and tsv bottom"},
+        {end(" bottom A top B "), "tsv", 1, "must specify thickness value"},
+        {end(" bottom A top B thickness 1 insulation_er 3 "), "tsv", 1,
+         "must specify both the insulation_thickness and insulation_er"},
+        {"tsv { }", "tsv", 1, "expecting TSV name"},
+        {"tsv T { er 1 }", "er", 1, kUnknowField},
+        {"tsv T { widths { 1 } }", "widths", 1, kUnknowClass},
+    });
 }
 
 }  // namespace
