@@ -50,7 +50,16 @@ TEST(CtfMultiGate, ErrorTexts) {
         {"fin_spacing", false},     {"fin_w", false},           {"raised_diffusion_growth", true},
         {"gate_poly_top_t", false}, {"gate_poly_side_t", true}, {"gate_oxide_er", false},
     };
-    std::vector<ErrorCase> cases;
+    std::vector<ErrorCase> cases = {
+        {"multigate { fin_w 1 }", "multigate", 1, "expecting multigate model name"},
+        {"multigate F {\n  thickness 1 }", "thickness", 1, kUnknowClass},
+        {"multigate F { fin_w 1\n gate_diffusion_layer_pair { } }", "gate_diffusion_layer_pair", 1,
+         "must specify one gate-diffusion layer pair"},
+        {"multigate F { fin_w 1", "1", 1, "cannot find the end of the table"},
+        {fin(" gate_poly_side_t 0.001 gate_poly_extension 0.01\n"), "multigate", 1,
+         "gate_poly_side_t and gate_poly_extension can not"},
+        // The extension must exceed the oxide side thickness (0.002) strictly.
+        {fin(" gate_poly_extension 0.002\n"), "multigate", 1, "value of gate_poly_extension"}};
     for (const auto& [w, zero_passes] : rules) {
         const std::string message =
             w + (zero_passes ? " can not be negative value" : " must be greater than zero");
@@ -60,17 +69,6 @@ TEST(CtfMultiGate, ErrorTexts) {
         else
             cases.push_back({"multigate F {\n  " + w + " 0 }", w, 1, message});
     }
-    cases.insert(
-        cases.end(),
-        {{"multigate { fin_w 1 }", "multigate", 1, "expecting multigate model name"},
-         {"multigate F {\n  thickness 1 }", "thickness", 1, kUnknowClass},
-         {"multigate F { fin_w 1\n gate_diffusion_layer_pair { } }", "gate_diffusion_layer_pair", 1,
-          "must specify one gate-diffusion layer pair"},
-         {"multigate F { fin_w 1", "1", 1, "cannot find the end of the table"},
-         {fin(" gate_poly_side_t 0.001 gate_poly_extension 0.01\n"), "multigate", 1,
-          "gate_poly_side_t and gate_poly_extension can not"},
-         // The extension must exceed the oxide side thickness (0.002) strictly.
-         {fin(" gate_poly_extension 0.002\n"), "multigate", 1, "value of gate_poly_extension"}});
     expectErrors(cases);
 }
 
@@ -109,7 +107,20 @@ TEST(CtfSAMT_VPT, FullStatementFillsTheModel) {
 }
 
 TEST(CtfSAMT_VPT, ErrorTexts) {
-    std::vector<ErrorCase> cases;
+    const std::string swapped =
+        pillar("").replace(pillar("").find("core_size 0.2"), 13, "core_size 0.05");
+    const std::string no_range = pillar(" gate_expansion_range 0\n");
+    std::vector<ErrorCase> cases = {
+        {"samt_vpt V { gate_expansion_range -0.1 }", "gate_expansion_range", 1,
+         "gate_expansion_range can not be negative"},
+        {"samt_vpt V { fin_w 1 }", "fin_w", 1, kUnknowClass},
+        {"samt_vpt { }", "samt_vpt", 1, "expecting samt_vpt model name"},
+        {pillar(" waist_corner_radius 0.05\n"), "samt_vpt", 1,
+         "waist_corner_radius must be smaller"},
+        {swapped, "samt_vpt", 1, "core_size must be greater than waist_size"},
+        {no_range, "samt_vpt", 1, "gate_expansion_range can not be zero"},
+        {pillar(" gate_layer G source_layer S", false), "samt_vpt", 1,
+         "drain_layer must be specified"}};
     for (const char* word :
          {"core_size", "source_height", "drain_height", "gate_expansion_slice"}) {
         // drain_height reports with the source word.
@@ -124,20 +135,6 @@ TEST(CtfSAMT_VPT, ErrorTexts) {
         const std::string field = kPillarLines[missing].substr(0, kPillarLines[missing].find(' '));
         cases.push_back({text + " }", "samt_vpt", 1, field + " must be specified"});
     }
-    const std::string swapped =
-        pillar("").replace(pillar("").find("core_size 0.2"), 13, "core_size 0.05");
-    const std::string no_range = pillar(" gate_expansion_range 0\n");
-    cases.insert(cases.end(),
-                 {{"samt_vpt V { gate_expansion_range -0.1 }", "gate_expansion_range", 1,
-                   "gate_expansion_range can not be negative"},
-                  {"samt_vpt V { fin_w 1 }", "fin_w", 1, kUnknowClass},
-                  {"samt_vpt { }", "samt_vpt", 1, "expecting samt_vpt model name"},
-                  {pillar(" waist_corner_radius 0.05\n"), "samt_vpt", 1,
-                   "waist_corner_radius must be smaller"},
-                  {swapped, "samt_vpt", 1, "core_size must be greater than waist_size"},
-                  {no_range, "samt_vpt", 1, "gate_expansion_range can not be zero"},
-                  {pillar(" gate_layer G source_layer S", false), "samt_vpt", 1,
-                   "drain_layer must be specified"}});
     expectErrors(cases);
 
     // With core and waist within 1e-5 of each other a zero range is fine.

@@ -29,12 +29,11 @@ void expectPlates(const MCTF::MiniCTF& ctf, const Plates& want) {
     }
 }
 
-// Reads technology files written to a folder of its own, starting and ending with an empty
-// argument table so that switches set by one test never reach another.
+// Reads technology files written to a folder of its own; every read starts from an empty argument
+// table and the test ends with one, so that switches set by one test never reach another.
 class ProcessInfoRead : public testing::Test {
 protected:
     void SetUp() override {
-        PARG::clear();
         dir = std::filesystem::path(testing::TempDir()) / ("tech_" + std::to_string(getpid()));
         std::filesystem::create_directories(dir);
     }
