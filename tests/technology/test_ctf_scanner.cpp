@@ -18,10 +18,11 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
+// Scanner outputs, filled with stale content that a scan must replace.
 struct Scan {
-    Strings tokens;
-    std::vector<CtfContext> contexts;
-    std::vector<Strings> comments;
+    Strings tokens = {"stale"};
+    std::vector<CtfContext> contexts = {{7, 7}};
+    std::vector<Strings> comments = {{"#stale"}};
     int error = -1;
     std::uint64_t line = 99, pos = 99;
 };
@@ -31,10 +32,6 @@ Scan scan(const std::string& text) {
     buf.push_back('\0');
     buf.push_back('\0');
     Scan s;
-    // Stale content must be gone after the call.
-    s.tokens = {"stale"};
-    s.contexts = {{7, 7}};
-    s.comments = {{"#stale"}};
     yylex_parse_file(buf.data(), static_cast<int>(buf.size()), s.tokens, s.contexts, s.comments,
                      s.error, s.line, s.pos);
     return s;

@@ -49,9 +49,8 @@ TEST(CtfTables, WidthVarFromWsSingleAndMultiMask) {
              kBody.substr(2));
     auto* t = r.read<CtfEtch_width_spacing>();
     ASSERT_NE(t, nullptr);
-    EXPECT_EQ(
-        t->is_multi_mask + t->use.capacitive_only + t->use.resistive_only + t->use.etch_from_top,
-        0);
+    EXPECT_FALSE(t->is_multi_mask || t->use.capacitive_only || t->use.resistive_only ||
+                 t->use.etch_from_top);
     ASSERT_TRUE(r.ci.stream.next());
     t = r.read<CtfEtch_width_spacing>();
     EXPECT_EQ(t->use.resistive_only * 2 + t->use.etch_from_top * 4 + t->use.capacitive_only, 6);

@@ -8,6 +8,8 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "tech_test_util.h"
 #include "technology/process_model.h"
@@ -106,12 +108,13 @@ public:
     }
 };
 
-// Linear in density and width: 0.01 + 0.02 w + d (0.03 + 0.04 w).
-ThicknessPolynomialModel bilinearPolynomial() {
+// A one-range polynomial: the sum of c[i * |w| + j] d^density[i] w^width[j].
+ThicknessPolynomialModel polynomial(std::vector<int32_t> density, std::vector<int32_t> width,
+                                    std::vector<double> c) {
     ThicknessPolynomialModel m;
-    m.density_orders = {0, 1};
-    m.width_orders = {0, 1};
-    m.coefficients = {{0.01, 0.02, 0.03, 0.04}};
+    m.density_orders = std::move(density);
+    m.width_orders = std::move(width);
+    m.coefficients = {std::move(c)};
     return m;
 }
 
@@ -140,15 +143,12 @@ TEST(ThicknessDensityWidthModel, DensityIsTheFirstAxis) {
 }
 
 TEST(ThicknessPolynomialModel, ChangeIsBoundedByMaxChangeOrThicknessBounds) {
-    ThicknessPolynomialModel big;
-    big.density_orders = {0};
-    big.width_orders = {0};
-    big.coefficients = {{1.0}};
-    const double up = thickness(big, 0.5, 1.0);
-    big.coefficients = {{-1.0}};
-    EXPECT_TRUE(tech_test::near({up, thickness(big, 0.5, 1.0)}, {0.4, -0.4}));
+    EXPECT_TRUE(tech_test::near({thickness(polynomial({0}, {0}, {1}), 0.5, 1),
+                                 thickness(polynomial({0}, {0}, {-1}), 0.5, 1)},
+                                {0.4, -0.4}));
 
-    ThicknessPolynomialModel m = bilinearPolynomial();
+    // Linear in density and width: 0.01 + 0.02 w + d (0.03 + 0.04 w).
+    ThicknessPolynomialModel m = polynomial({0, 1}, {0, 1}, {0.01, 0.02, 0.03, 0.04});
     m.setThicknessBounds(0.9, 1.05);
     // 1.105 times nominal 1 is cut to 1.05; nominal 2: 2.21 is cut to 1.05 -> 1.05 / 2 - 1; no
     // nominal: the bounds do not apply, 0.01 + 0.04 + 0.5 * (0.03 + 0.08).
@@ -156,11 +156,7 @@ TEST(ThicknessPolynomialModel, ChangeIsBoundedByMaxChangeOrThicknessBounds) {
         tech_test::near({thickness(m, 0.5, 2, 1), thickness(m, 0.5, 2, 2), thickness(m, 0.5, 2, 0)},
                         {0.05, -0.475, 0.105}));
     // A negative width order divides.
-    m = ThicknessPolynomialModel();
-    m.density_orders = {2};
-    m.width_orders = {-1};
-    m.coefficients = {{0.2}};
-    EXPECT_NEAR(thickness(m, 0.5, 4.0), 0.2 * 0.25 / 4.0, 1e-15);
+    EXPECT_NEAR(thickness(polynomial({2}, {-1}, {0.2}), 0.5, 4.0), 0.2 * 0.25 / 4.0, 1e-15);
 }
 
 TEST(ReciprocalInterpolation, HandComputedValuesAndFailures) {
