@@ -2,10 +2,11 @@
 // a comparison of number lists.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
-#include <cmath>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -73,14 +74,9 @@ inline std::string errorAt(const std::string& text, const std::string& word, int
                            (end >= text.size() || !wordByte(text[end]))))
             --nth;
     }
-    int line = 1;
-    std::size_t line_start = 0;
-    for (std::size_t i = 0; i < found; ++i)
-        if (text[i] == '\n') {
-            ++line;
-            line_start = i + 1;
-        }
-    return at(word, line, static_cast<int>(found - line_start), message);
+    const std::size_t line_start = text.rfind('\n', found) + 1;  // 0 on the first line
+    const auto line = 1 + std::count(text.begin(), text.begin() + found, '\n');
+    return at(word, static_cast<int>(line), static_cast<int>(found - line_start), message);
 }
 
 // Reading `text` must fail at the nth `word` with a message that holds `message`.
@@ -99,16 +95,7 @@ inline void expectErrors(const std::vector<ErrorCase>& cases) {
     }
 }
 
-// What reading the first element of `text` logs; the element must read.
-inline std::string logOf(const std::string& text) {
-    Reader r(text);
-    testing::internal::CaptureStdout();
-    const std::string error = r.error();
-    const std::string log = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(error, "no error") << text;
-    return log;
-}
-
+// The warning for a field that is read and ignored.
 inline std::string unsupported(const std::string& word, int line, int pos) {
     return "[WARNING] CTF file: unsupported field \"" + word +
            "\" in the table, line: " + std::to_string(line) + ", pos: " + std::to_string(pos) +
@@ -118,16 +105,11 @@ inline std::string unsupported(const std::string& word, int line, int pos) {
 // Whether `got` matches `want` element by element within `tol`.
 inline testing::AssertionResult near(const std::vector<double>& got,
                                      const std::vector<double>& want, double tol = 1e-12) {
-    bool same = got.size() == want.size();
-    for (std::size_t i = 0; same && i < got.size(); ++i) same = std::fabs(got[i] - want[i]) <= tol;
-    if (same) return testing::AssertionSuccess();
-    auto text = [](const std::vector<double>& v) {
-        std::ostringstream out;
-        out.precision(17);
-        for (double x : v) out << x << " ";
-        return out.str();
-    };
-    return testing::AssertionFailure() << "got " << text(got) << "\nwant " << text(want);
+    testing::StringMatchResultListener why;
+    if (testing::ExplainMatchResult(testing::Pointwise(testing::DoubleNear(tol), want), got, &why))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << "got " << testing::PrintToString(got) << ", " << why.str();
 }
 
 // Messages many readers share.

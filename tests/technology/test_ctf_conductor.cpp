@@ -20,36 +20,28 @@ std::string metal(const std::string& body, bool with_rho = true) {
            "}";
 }
 
-// Reads `text` as one conductor; fails the test when it does not read.
-struct Layer {
-    explicit Layer(const std::string& text) : r(text) {
-        try {
-            p = r.read<CtfConductor>();
-        } catch (const Ctf_Error& e) {
-            ADD_FAILURE() << e.text;
-        }
-        if (!p) p = &empty;
+// The record read from `text` as one conductor; fails the test when it does not read.
+Conductor layer(const std::string& text) {
+    Reader r(text);
+    try {
+        if (auto* p = r.read<CtfConductor>()) return p->conductor;
+        ADD_FAILURE() << "not a conductor: " << text;
+    } catch (const Ctf_Error& e) {
+        ADD_FAILURE() << e.text;
     }
-    const Conductor& operator*() const { return p->conductor; }
-    const Conductor* operator->() const { return &p->conductor; }
-    Reader r;
-    CtfConductor empty;
-    CtfConductor* p = nullptr;
-};
+    return {};
+}
 
 const char* const kEtchTable =
     " width_var_from_ws { widths { 0.1 0.5 } spacings { 0.2 1.0 }\n"
     "   values { 0.01 0.02 0.03 0.04 } }\n";
 
 TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
-    Layer c(
-        "conductor OD {\n"
-        " thickness 0.08 wmin 0.05 smin 0.06 side_tan 0.1 gate2contact_smin 0.03\n"
-        " layer_type DIFFUSION\n"
-        " raiseddiffu_thickness 0.04 raiseddiffu2gate_smin 0.02 raiseddiffu_etch 0.005\n"
-        " raiseddiffu_gateside_conformal_er 7\n"
-        " bottom_diel_er 3.9 bottom_diel_thickness 0.01\n"
-        " crt1 1 crt2 2 t_zero 25\n" +
+    const Conductor c = layer(
+        "conductor OD { thickness 0.08 wmin 0.05 smin 0.06 side_tan 0.1 gate2contact_smin 0.03\n"
+        " layer_type DIFFUSION raiseddiffu_thickness 0.04 raiseddiffu2gate_smin 0.02\n"
+        " raiseddiffu_etch 0.005 raiseddiffu_gateside_conformal_er 7 crt1 1 crt2 2 t_zero 25\n"
+        " bottom_diel_er 3.9 bottom_diel_thickness 0.01\n" +
         std::string(kEtchTable) +
         " width_var_from_ws resistive_only { widths { 1 } spacings { 1 } values { -0.01 } }\n"
         " width_var_from_ws { nmask 2 mask (1 1) (1 2) (2 1) (2 2) {\n"
@@ -61,101 +53,77 @@ TEST(CtfConductor, FullStatementFillsTheRecordThatOwnsItsModels) {
         " thickness_vs_density_and_width { widths { 1 } densities { 0.5 } values { 0.03 } }\n"
         " ild_thickness_var_from_effective_ws { dielectric IMD1 widths { 1 } spacings { 1 }\n"
         "   thickness_changes { 0.01 } }\n"
-        " densitybox_weight_factor { (10 0.5) (20 0.5) }\n"
-        " gate2diffusion_cap { num_tables 1 PO { gate_w { 1 } gate2contact_spacings { 1 }\n"
-        "   caps_per_micron { 0.3 } } }\n"
         " rho_vs_width_and_spacing { widths { 1 2 } spacings { 1 } values { 0.4 0.6 } }\n"
         "}");
-    EXPECT_EQ(c->name + " " + std::to_string(c->layer_type_code), "OD 2");
-    EXPECT_TRUE(near({c->thickness, c->wmin, c->smin, c->side_tan, c->gate2contact_smin,
-                      c->bottom_diel_er, c->bottom_diel_thickness},
-                     {0.08, 0.05, 0.06, 0.1, 0.03, 3.9, 0.01}));
-    ASSERT_NE(c->raised_diff, nullptr);
-    const RaisedDiffModel& rd = *c->raised_diff;
-    EXPECT_TRUE(near({rd.thickness, rd.smin, rd.etch, rd.conformal_er, 1.0 * rd.etch_flag},
-                     {0.04, 0.02, 0.005, 7.0, 1}));
-
-    // The plain table goes to both lists, the resistive one to the resistive list only.
-    ASSERT_EQ((std::vector<size_t>{c->cap_etch.size(), c->res_etch.size(), c->cap_mask_etch.size(),
-                                   c->res_mask_etch.size()}),
-              (std::vector<size_t>{1, 2, 1, 1}));
+    ASSERT_TRUE(c.raised_diff && c.cap_etch.size() == 1 && c.res_etch.size() == 2 &&
+                c.cap_mask_etch.size() == 1 && c.res_mask_etch.size() == 1 &&
+                c.cap_thickness_density && c.res_thickness_density && c.ild_model);
+    // Every value differs, so a keyword stored in another field shows. The plain etch table goes
+    // to both lists, the resistive one to the resistive list only; rho comes from the table's
+    // first value, and density 0.5 lies half way between the rows: factor 1 + 0.
+    const RaisedDiffModel& rd = *c.raised_diff;
     double a = 0, b = 0, m = 0;
-    ASSERT_EQ(c->cap_etch[0]->evalEtch(0.5, 0.2, a) + c->res_etch[1]->evalEtch(1, 1, b) +
-                  c->cap_mask_etch[0]->evalEtch(1, 1, 2, 1, m),
+    ASSERT_EQ(c.cap_etch[0]->evalEtch(0.5, 0.2, a) + c.res_etch[1]->evalEtch(1, 1, b) +
+                  c.cap_mask_etch[0]->evalEtch(1, 1, 2, 1, m),
               3);
-    EXPECT_TRUE(near({a, b, m}, {0.03, -0.01, 0.07}));
-
+    EXPECT_TRUE(near({c.thickness, c.wmin, c.smin, c.side_tan, c.gate2contact_smin,
+                      c.bottom_diel_er, c.bottom_diel_thickness, rd.thickness, rd.smin, rd.etch,
+                      rd.conformal_er, 1.0 * rd.etch_flag, 1.0 * c.layer_type_code, a, b, m, c.rho,
+                      c.res_thickness_density->getThicknessByDensity(0.5)},
+                     {0.08, 0.05, 0.06, 0.1, 0.03, 3.9, 0.01, 0.04, 0.02, 0.005, 7, 1, 2, 0.03,
+                      -0.01, 0.07, 0.4, 1}));
     // Which slots the thickness and other tables filled.
-    EXPECT_EQ((std::vector<bool>{!!c->side_tan_model, !!c->cap_thickness_ws, !!c->res_thickness_ws,
-                                 !!c->cap_bottom_thickness, !!c->res_bottom_thickness,
-                                 !!c->thickness_density_width, !!c->thickness_polynomial,
-                                 !!c->rho_ws, !!c->rpsq_ws}),
-              (std::vector<bool>{1, 1, 0, 0, 1, 1, 0, 1, 0}));
-    ASSERT_TRUE(c->cap_thickness_density && c->res_thickness_density && c->ild_model);
-    // Density 0.5 lies half way between the rows: factor 1 + 0.
-    EXPECT_NEAR(c->res_thickness_density->getThicknessByDensity(0.5), 1.0, 1e-12);
-    EXPECT_EQ(c->ild_model->dielectric, "IMD1");
-    // rho from the table's first value; the table is kept for resistance extraction.
-    EXPECT_DOUBLE_EQ(c->rho, 0.4);
-    EXPECT_EQ(c->needs_res_modeling, 1);
+    EXPECT_EQ((std::vector<bool>{!!c.side_tan_model, !!c.cap_thickness_ws, !!c.res_thickness_ws,
+                                 !!c.cap_bottom_thickness, !!c.res_bottom_thickness,
+                                 !!c.thickness_density_width, !!c.thickness_polynomial, !!c.rho_ws,
+                                 !!c.rpsq_ws, !!c.needs_res_modeling}),
+              (std::vector<bool>{1, 1, 0, 0, 1, 1, 0, 1, 0, 1}));
+    EXPECT_EQ(c.name + c.ild_model->dielectric, "ODIMD1");
 
     // The record owns deep copies of its models: a change to the copy leaves the original alone.
-    Conductor copy = *c;
-    EXPECT_TRUE(copy.cap_mask_etch[0] != c->cap_mask_etch[0] && copy.ild_model != c->ild_model);
+    Conductor copy = c;
+    EXPECT_TRUE(copy.cap_mask_etch[0] != c.cap_mask_etch[0] && copy.ild_model != c.ild_model);
     copy.cap_etch[0]->values[0] = 99;
-    EXPECT_DOUBLE_EQ(c->cap_etch[0]->values[0], 0.01);
+    EXPECT_DOUBLE_EQ(c.cap_etch[0]->values[0], 0.01);
 }
 
 TEST(CtfConductor, ValueAndFieldErrors) {
-    // Each field is set to 0.
-    const char* cases[][2] = {
-        {"smin", "invalid value"},
-        {"rho", "invalid rho value"},
-        {"gate2contact_smin", "invalid gate2contact_smin value"},
-        {"raiseddiffu_thickness", "the value of raiseddiffu_thickness must be larger than zero"},
-        {"bottom_diel_er", "invalid bottom_diel_er value"}};
-    std::vector<ErrorCase> errors;
-    for (const auto& c : cases)
-        errors.push_back({"conductor M {\n  " + std::string(c[0]) + " 0 }", c[0], 1, c[1]});
-    errors.push_back({"conductor { thickness 1 }", "conductor", 1, "expecting conductor name"});
-    errors.push_back({metal(" gate_diffusion_layer_pair { (a b) }\n"), "gate_diffusion_layer_pair",
-                      1, kUnknowClass});
-    errors.push_back({metal(" spacer_er_from_gate_ws { widths { 1 } spacings { 1 } values { 1 } }"),
-                      "spacer_er_from_gate_ws", 1, kUnknowClass});
-    errors.push_back({"conductor M { thickness 1", "1", 1, "cannot find the end of the table"});
-    expectErrors(errors);
+    auto zero = [](const char* field) { return "conductor M {\n  " + std::string(field) + " 0 }"; };
+    expectErrors({
+        {zero("smin"), "smin", 1, "invalid value"},
+        {zero("rho"), "rho", 1, "invalid rho value"},
+        {zero("gate2contact_smin"), "gate2contact_smin", 1, "invalid gate2contact_smin value"},
+        {zero("raiseddiffu_thickness"), "raiseddiffu_thickness", 1,
+         "the value of raiseddiffu_thickness must be larger than zero"},
+        {zero("bottom_diel_er"), "bottom_diel_er", 1, "invalid bottom_diel_er value"},
+        {"conductor { thickness 1 }", "conductor", 1, "expecting conductor name"},
+        {metal(" gate_diffusion_layer_pair { (a b) }\n"), "gate_diffusion_layer_pair", 1,
+         kUnknowClass},
+        {metal(" spacer_er_from_gate_ws { widths { 1 } spacings { 1 } values { 1 } }"),
+         "spacer_er_from_gate_ws", 1, kUnknowClass},
+        {"conductor M { thickness 1", "1", 1, "cannot find the end of the table"},
+    });
 
     // A zero raiseddiffu_etch is allowed but sets nothing.
-    Layer z(
-        metal(" layer_type DIFFUSION raiseddiffu_etch 0 raiseddiffu_thickness 0.1\n"
-              " raiseddiffu2gate_smin 0.1\n"));
-    ASSERT_NE(z->raised_diff, nullptr);
-    EXPECT_EQ(z->raised_diff->etch_flag, 0);
+    const Conductor z =
+        layer(metal(" layer_type DIFFUSION raiseddiffu_etch 0 raiseddiffu_thickness 0.1 "
+                    "raiseddiffu2gate_smin 0.1\n"));
+    EXPECT_TRUE(z.raised_diff && z.raised_diff->etch_flag == 0);
 }
 
 TEST(CtfConductor, ConstantWidthVariations) {
     // Too small to matter: nothing at all is recorded.
-    Layer tiny(metal(" width_var 0.000000001\n"));
-    EXPECT_TRUE(tiny->cap_etch.empty() && tiny->res_etch.empty() && !tiny->needs_res_modeling);
+    const Conductor tiny = layer(metal(" width_var 0.000000001\n"));
+    EXPECT_TRUE(tiny.cap_etch.empty() && tiny.res_etch.empty() && !tiny.needs_res_modeling);
 
-    // Two in a row add up in one constant model per list.
-    Layer sum(metal(" width_var 0.01\n width_var 0.02\n"));
-    for (const auto* list : {&sum->cap_etch, &sum->res_etch}) {
-        ASSERT_EQ(list->size(), 1u);
-        EXPECT_EQ((*list)[0]->is_constant, 1);
-        EXPECT_NEAR((*list)[0]->constant, 0.03, 1e-15);
-    }
-    EXPECT_EQ(sum->needs_res_modeling, 1);
-
-    // Behind a table a new constant starts, and the later one adds to it.
-    Layer mixed(metal(" width_var 0.01\n" + std::string(kEtchTable) +
-                      " width_var 0.02\n capaci_only_width_var 0.03\n"));
-    ASSERT_EQ(mixed->cap_etch.size(), 3u);
-    EXPECT_DOUBLE_EQ(mixed->cap_etch[0]->constant, 0.01);
-    EXPECT_EQ(mixed->cap_etch[1]->is_constant, 0);
-    EXPECT_NEAR(mixed->cap_etch[2]->constant, 0.05, 1e-15);
-    ASSERT_EQ(mixed->res_etch.size(), 3u);
-    EXPECT_NEAR(mixed->res_etch[2]->constant, 0.02, 1e-15);
+    // Behind a table a new constant starts, and later ones in a row add to it.
+    const Conductor c = layer(metal(" width_var 0.01\n" + std::string(kEtchTable) +
+                                    " width_var 0.02\n capaci_only_width_var 0.03\n"));
+    ASSERT_TRUE(c.cap_etch.size() == 3 && c.res_etch.size() == 3);
+    EXPECT_TRUE(near(
+        {c.cap_etch[0]->constant, 1.0 * c.cap_etch[1]->is_constant, c.cap_etch[2]->constant,
+         c.res_etch[2]->constant, 1.0 * c.res_etch[2]->is_constant, 1.0 * c.needs_res_modeling},
+        {0.01, 0, 0.05, 0.02, 1, 1}, 1e-15));
 }
 
 // A polynomial thickness table with the given extra fields, and thickness bounds 0.3 to 0.6.
@@ -233,10 +201,10 @@ TEST(CtfConductor, ResistanceFromRhoOrTables) {
     for (const auto& [sampling, mode, table, want, kept] : cases) {
         PARG::regArgument("TESSAL_DFM_TABLE_SAMPLING", sampling);
         PARG::regArgument("TESSAL_DFM_TABLE_SAMPLING_MODE", mode);
-        Layer c(metal(table, table.empty()));
-        EXPECT_DOUBLE_EQ(c->rho, want) << mode << table;
-        EXPECT_EQ(c->needs_res_modeling, kept) << mode << table;
-        EXPECT_EQ(c->rpsq_ws || c->rho_ws || c->rpsq_si || c->rho_si, kept) << mode << table;
+        const Conductor c = layer(metal(table, table.empty()));
+        EXPECT_DOUBLE_EQ(c.rho, want) << mode << table;
+        EXPECT_EQ(c.needs_res_modeling, kept) << mode << table;
+        EXPECT_EQ(c.rpsq_ws || c.rho_ws || c.rpsq_si || c.rho_si, kept) << mode << table;
     }
     PARG::clear();  // switches set here must not reach another test
 }
