@@ -152,7 +152,9 @@ void read_store(const std::string& path, table_store<T>& store) {
 
 // A table cache: magic, grid and key steps, then the Green's function, z-weight and x-weight
 // sections (a count, then key length, key and table per record), then an FNV-1a hash of all that.
-constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '1'};
+// The last magic byte is the table version: it changes whenever the same key solves to other
+// tables, so that no cache brings back tables of an older solver.
+constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '2'};
 constexpr uint64_t kMaxKey = 2 * kNodes + 2;
 
 uint64_t fnv1a(const char* p, size_t n) {
@@ -460,7 +462,11 @@ const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights
         return get_single_wvtx();
     }
     pack(heights, eps, size, wvt_step, key_);
-    middle_eps = get_middle_eps(heights, eps, key_, size, wvt_step);
+    // The derivative along the layers is continuous across them, so the flux takes the walker's
+    // own permittivity, even where the key rounds a nearby interface onto the centre node.
+    middle_eps = eps[0];
+    for (size_t i = 1; i < heights.size() && i < eps.size() && heights[i] <= 0.5 * size; ++i)
+        middle_eps = eps[i];
     if (key_.size() < 3) return get_single_wvtx();
     return lookup(stores_->wvtx, gft_solver::SOLVE_WVTX);
 }
