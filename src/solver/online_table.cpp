@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <type_traits>
 
+#include "runtime/pargument.h"
 #include "solver/rounding.h"
 
 namespace RW2D {
@@ -270,6 +271,14 @@ table_counts& table_counts::operator+=(const table_counts& o) {
 // ---------------------------------------------------------------------------------------------
 // Keys
 
+double online_table_manager::eps_step() {
+    static const double step = [] {
+        const double v = PARG::get("RW2D_EPS_STEP", 0.01);
+        return v > 0 ? std::clamp(v, 1.0 / 250, 0.01) : 0.01;  // junk or NaN: the default
+    }();
+    return step;
+}
+
 void online_table_manager::pack(const std::vector<double>& heights, const std::vector<double>& eps,
                                 double size, double step, std::string& key) {
     key.clear();
@@ -388,20 +397,20 @@ double online_table_manager::get_middle_eps(const std::vector<double>& heights,
 void online_table_manager::renormalise_key() {
     int mx = 0;
     for (size_t p = 1; p < key_.size(); p += 2) mx = std::max(mx, byte_at(key_, p));
-    const int full = static_cast<int>(std::lround(1.0 / gft_step));
+    const int full = static_cast<int>(std::lround(1.0 / eps_step()));
     if (mx == full || mx == 0) return;
     for (size_t p = 1; p < key_.size(); p += 2)
         key_[p] = static_cast<char>(
-            round_half_away(byte_at(key_, p) / static_cast<double>(mx) / gft_step));
+            round_half_away(byte_at(key_, p) / static_cast<double>(mx) / eps_step()));
 }
 
 void online_table_manager::unpack_key() {
     itf_.clear();
     eps_.clear();
-    eps_.push_back(byte_at(key_, 1) * gft_step);
+    eps_.push_back(byte_at(key_, 1) * eps_step());
     for (size_t p = 2; p + 1 < key_.size(); p += 2) {
         itf_.push_back(byte_at(key_, p));
-        eps_.push_back(byte_at(key_, p + 1) * gft_step);
+        eps_.push_back(byte_at(key_, p + 1) * eps_step());
     }
 }
 
@@ -432,7 +441,7 @@ const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
                                             const std::vector<double>& eps, double size, RandGen*) {
     ++counts.gft_queries;
     if (eps.size() <= 1) return get_single_gft();
-    pack(heights, eps, size, gft_step, key_);
+    pack(heights, eps, size, eps_step(), key_);
     if (key_.size() < 3) return get_single_gft();
     // The stack maximum may lie outside the box; the table must not depend on it.
     renormalise_key();
@@ -447,8 +456,8 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtz();
     }
-    pack_avg(heights, eps, size, wvt_step, 1, key_);
-    middle_eps = get_middle_eps(heights, eps, key_, size, wvt_step);
+    pack_avg(heights, eps, size, eps_step(), 1, key_);
+    middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
     if (key_.size() < 3) return get_single_wvtz();
     return lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
 }
@@ -461,7 +470,7 @@ const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtx();
     }
-    pack(heights, eps, size, wvt_step, key_);
+    pack(heights, eps, size, eps_step(), key_);
     // The derivative along the layers is continuous across them, so the flux takes the walker's
     // own permittivity, even where the key rounds a nearby interface onto the centre node.
     middle_eps = eps[0];
@@ -532,8 +541,8 @@ std::size_t table_stores::load_cache(const std::string& path) {
     const auto half = in.get<uint32_t>();
     const auto gstep = in.get<double>();
     const auto wstep = in.get<double>();
-    if (nodes != kNodes || half != gft_solver::NHALF || gstep != online_table_manager::gft_step ||
-        wstep != online_table_manager::wvt_step)
+    if (nodes != kNodes || half != gft_solver::NHALF || gstep != online_table_manager::eps_step() ||
+        wstep != online_table_manager::eps_step())
         return ignore("made with another table grid or key step");
     std::vector<std::pair<std::string, PDFGFT>> g;
     std::vector<std::pair<std::string, PDFWVTz>> z;
@@ -552,8 +561,8 @@ bool table_stores::save_cache(const std::string& path) const {
     out.write(kCacheMagic, sizeof kCacheMagic);
     out.put(static_cast<uint32_t>(kNodes));
     out.put(static_cast<uint32_t>(gft_solver::NHALF));
-    out.put(online_table_manager::gft_step);
-    out.put(online_table_manager::wvt_step);
+    out.put(online_table_manager::eps_step());
+    out.put(online_table_manager::eps_step());
     put_section(out, gft);
     put_section(out, wvtz);
     put_section(out, wvtx);
