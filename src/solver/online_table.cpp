@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <type_traits>
 
+#include "runtime/pargument.h"
 #include "solver/rounding.h"
 
 namespace RW2D {
@@ -159,7 +160,9 @@ void read_store(const std::string& path, table_store<T>& store) {
 
 // A table cache: magic, grid and key steps, then the Green's function, z-weight and x-weight
 // sections (a count, then key length, key and table per record), then an FNV-1a hash of all that.
-constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '1'};
+// The last magic byte is the table version: it changes whenever the same key solves to other
+// tables, so that no cache brings back tables of an older solver.
+constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '2'};
 constexpr uint64_t kMaxKey = 2 * kNodes + 2;
 
 uint64_t fnv1a(const char* p, size_t n) {
@@ -274,6 +277,14 @@ table_counts& table_counts::operator+=(const table_counts& o) {
 
 // ---------------------------------------------------------------------------------------------
 // Keys
+
+double online_table_manager::eps_step() {
+    static const double step = [] {
+        const double v = PARG::get("RW2D_EPS_STEP", 0.01);
+        return v > 0 ? std::clamp(v, 1.0 / 250, 0.01) : 0.01;  // junk or NaN: the default
+    }();
+    return step;
+}
 
 void online_table_manager::pack(const std::vector<double>& heights, const std::vector<double>& eps,
                                 double size, double step, std::string& key) {
@@ -393,20 +404,20 @@ double online_table_manager::get_middle_eps(const std::vector<double>& heights,
 void online_table_manager::renormalise_key() {
     int mx = 0;
     for (size_t p = 1; p < key_.size(); p += 2) mx = std::max(mx, byte_at(key_, p));
-    const int full = static_cast<int>(std::lround(1.0 / gft_step));
+    const int full = static_cast<int>(std::lround(1.0 / eps_step()));
     if (mx == full || mx == 0) return;
     for (size_t p = 1; p < key_.size(); p += 2)
         key_[p] = static_cast<char>(
-            round_half_away(byte_at(key_, p) / static_cast<double>(mx) / gft_step));
+            round_half_away(byte_at(key_, p) / static_cast<double>(mx) / eps_step()));
 }
 
 void online_table_manager::unpack_key() {
     itf_.clear();
     eps_.clear();
-    eps_.push_back(byte_at(key_, 1) * gft_step);
+    eps_.push_back(byte_at(key_, 1) * eps_step());
     for (size_t p = 2; p + 1 < key_.size(); p += 2) {
         itf_.push_back(byte_at(key_, p));
-        eps_.push_back(byte_at(key_, p + 1) * gft_step);
+        eps_.push_back(byte_at(key_, p + 1) * eps_step());
     }
 }
 
@@ -436,7 +447,7 @@ const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
                                             const std::vector<double>& eps, double size, RandGen*) {
     ++counts.gft_queries;
     if (eps.size() <= 1) return get_single_gft();
-    pack(heights, eps, size, gft_step, key_);
+    pack(heights, eps, size, eps_step(), key_);
     if (key_.size() < 3) return get_single_gft();
     // The stack maximum may lie outside the box; the table must not depend on it.
     renormalise_key();
@@ -451,8 +462,8 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtz();
     }
-    pack_avg(heights, eps, size, wvt_step, 1, key_);
-    middle_eps = get_middle_eps(heights, eps, key_, size, wvt_step);
+    pack_avg(heights, eps, size, eps_step(), 1, key_);
+    middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
     if (key_.size() < 3) return get_single_wvtz();
     return lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
 }
@@ -465,8 +476,12 @@ const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtx();
     }
-    pack(heights, eps, size, wvt_step, key_);
-    middle_eps = get_middle_eps(heights, eps, key_, size, wvt_step);
+    pack(heights, eps, size, eps_step(), key_);
+    // The derivative along the layers is continuous across them, so the flux takes the walker's
+    // own permittivity, even where the key rounds a nearby interface onto the centre node.
+    middle_eps = eps[0];
+    for (size_t i = 1; i < heights.size() && i < eps.size() && heights[i] <= 0.5 * size; ++i)
+        middle_eps = eps[i];
     if (key_.size() < 3) return get_single_wvtx();
     return lookup(stores_->wvtx, gft_solver::SOLVE_WVTX);
 }
@@ -532,8 +547,8 @@ std::size_t table_stores::load_cache(const std::string& path) {
     const auto half = in.get<uint32_t>();
     const auto gstep = in.get<double>();
     const auto wstep = in.get<double>();
-    if (nodes != kNodes || half != gft_solver::NHALF || gstep != online_table_manager::gft_step ||
-        wstep != online_table_manager::wvt_step)
+    if (nodes != kNodes || half != gft_solver::NHALF || gstep != online_table_manager::eps_step() ||
+        wstep != online_table_manager::eps_step())
         return ignore("made with another table grid or key step");
     std::vector<std::pair<std::string, PDFGFT>> g;
     std::vector<std::pair<std::string, PDFWVTz>> z;
@@ -552,8 +567,8 @@ bool table_stores::save_cache(const std::string& path) const {
     out.write(kCacheMagic, sizeof kCacheMagic);
     out.put(static_cast<uint32_t>(kNodes));
     out.put(static_cast<uint32_t>(gft_solver::NHALF));
-    out.put(online_table_manager::gft_step);
-    out.put(online_table_manager::wvt_step);
+    out.put(online_table_manager::eps_step());
+    out.put(online_table_manager::eps_step());
     put_section(out, gft);
     put_section(out, wvtz);
     put_section(out, wvtx);

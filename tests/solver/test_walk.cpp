@@ -200,3 +200,26 @@ TEST(SolverWalk, FirstHopWeighsOutwardLandingsAlikeOnEverySideAndStackAxis) {
         }
     }
 }
+
+TEST(SolverWalk, FirstHopAlongTheLayersTakesTheWalkersOwnPermittivity) {
+    // The derivative along the layers is continuous across them, so the flux it carries is the
+    // walker's own permittivity times it, even when the key rounds an interface within half a cell
+    // (1/12 here) onto the centre node. Box side 2, centre at height 1, permittivity 7.5 below the
+    // interface and 2.7 above.
+    const struct {
+        double interface;
+        double expected;
+    } cases[] = {{0.97, 2.7}, {1.03, 7.5}, {0.999, 2.7}, {1.001, 7.5}, {0.4, 2.7}, {1.7, 7.5}};
+    online_table_manager tables;
+    for (const auto& c : cases) {
+        double middle_eps = 0;
+        tables.get_WVTx({0.0, c.interface}, {7.5, 2.7}, 2.0, middle_eps);
+        EXPECT_DOUBLE_EQ(middle_eps, c.expected) << c.interface;
+    }
+    // Through the stack's last layer and a stack of three.
+    double middle_eps = 0;
+    tables.get_WVTx({0.0, 0.2, 0.95, 1.02}, {4.0, 7.0, 2.7, 4.2}, 2.0, middle_eps);
+    EXPECT_DOUBLE_EQ(middle_eps, 2.7);
+    tables.get_WVTx({0.0, 0.2, 0.9}, {4.0, 7.0, 2.7}, 2.0, middle_eps);
+    EXPECT_DOUBLE_EQ(middle_eps, 2.7);
+}
