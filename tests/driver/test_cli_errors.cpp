@@ -81,6 +81,10 @@ const std::vector<Case> kCases = {
     {'a', "-i $S", 1, "no output file given"},
     {'a', "-i $S -o out.jsonl --shard 3/3", 1, "Error: --shard 3/3: must be k/n"},
     {'a', "-i $S -o out.jsonl -p fast", 104, "fast"},
+    {'a', "-i $S -o out.jsonl --merge-diel maybe", 104, "--merge-diel = maybe"},
+    {'a', "--bogus", 109, "The following argument was not expected: --bogus"},
+    // --merge-diel takes a value: the run goes on to find no technology file.
+    {'a', "--merge-diel false -o x/out.jsonl", 1, "[FATAL] Can not open CTF file \"\"."},
     // The output.
     {'a', "-i $S -o sub/ --param-json p.json", 1, "Is a directory"},
     {'a', "-i $S -o p.json/out.jsonl", 1, "Error: Unable to create folder p.json\n"},

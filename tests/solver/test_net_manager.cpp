@@ -232,16 +232,6 @@ TEST(SolverNets, GridClearanceIsConservative) {
     expect_answer(*nm, {7, 1.5}, {0, -1, 3.0});  // outside the grid: the wire window's distance
     nm->space.neighbor_mode = NEIGHBOR_BOX;
     expect_answer(*nm, {0.3, 0.2}, {0, 0, 0.8});
-
-    // A wide clearance (Gaussian rectangle [3.25,7.25]x[3.25,7.75]) puts the grid's left edge at x
-    // = 3. At (3.51, 5.75), in cell (1,5), the left edge has no cells behind it and does not count:
-    // the block's bottom and top, 0.75 away, limit the square (the right side is 0.99 away). The
-    // same above the grid's bottom edge: (5.75, 3.51) in cell (5,1).
-    nm = nets({rect(5, 5, 5.5, 6), rect(9, 5, 10, 6)}, rect(0, 0, 20, 20), true, NEIGHBOR_GRID);
-    nm->preprocess();
-    expect_rect(*nm->neighbor_window, rect(3, 3, 10.25, 8));
-    expect_answer(*nm, {3.51, 5.75}, {0, -1, 0.75});
-    expect_answer(*nm, {5.75, 3.51}, {0, -1, 0.75});
 }
 
 // Every mode against the reference, at points where a query goes wrong: on and just beside net

@@ -44,21 +44,6 @@ TEST(OnlineTableKey, PackRoundsToNodesAndMergesEqualNeighbours) {
     EXPECT_EQ(online_table_manager::pack({0, 0.3, 30}, {1, 2, 3}, 24, 0.01), bytes({0, 67}));
 }
 
-class OnlineTableFiles : public testing::Test {
-protected:
-    void SetUp() override {
-        std::string tmpl = testing::TempDir() + "karven_tables_XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
-        root = tmpl;
-    }
-    void TearDown() override { std::filesystem::remove_all(root); }
-    static std::string slurp(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
-    std::string root;
-};
-
 // Tables whose first CDF entry tells which key they were stored under.
 PDFGFT tagged(double tag) {
     PDFGFT t;
@@ -97,83 +82,89 @@ TEST(TableStore, ConcurrentInsertsAndReadsSeeEveryTableUnderItsOwnKey) {
     EXPECT_EQ(store.find("absent"), nullptr);
 }
 
-TEST(OnlineTableSharing, ManagersShareSolvedTablesAndCountWhatTheySolve) {
-    table_stores stores;
-    online_table_manager a(stores), b(stores);
+// Four tables solved through one manager into stores of the test's own, and a folder for files.
+class OnlineTables : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string tmpl = testing::TempDir() + "karven_tables_XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
+        root = tmpl;
+        gft = m.get_GFT({0, 12}, {1, 2}, 24);
+        m.get_GFT({0, 3, 20}, {5, 1, 2}, 24);
+        wvtz = m.get_WVTz({0, 5.5}, {1, 4}, 24, e);
+        m.get_WVTx({0, 12}, {1, 2}, 24, e);
+    }
+    void TearDown() override { std::filesystem::remove_all(root); }
+    static std::string slurp(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    // True when every table of `a` is in `b`, byte for byte.
+    template <class T>
+    static bool within(const table_store<T>& a, const table_store<T>& b) {
+        bool all = true;
+        a.for_each([&](const std::string& key, const T& t) {
+            all = all && b.find(key) && std::memcmp(&t, b.find(key), sizeof t) == 0;
+        });
+        return all;
+    }
+    std::string root;
+    table_stores made;
+    online_table_manager m{made};
     double e = 0;
-    const PDFGFT* g = a.get_GFT({0, 12}, {1, 2}, 24);
-    const PDFWVTz* z = a.get_WVTz({0, 5.5}, {1, 4}, 24, e);
-    EXPECT_EQ(a.counts.solved, 2);
+    const PDFGFT* gft = nullptr;
+    const PDFWVTz* wvtz = nullptr;
+};
+
+TEST_F(OnlineTables, ManagersShareSolvedTablesAndCountWhatTheySolve) {
+    EXPECT_EQ(m.counts.solved, 4);
     // Another walker, and a box of twice the size with the same stack, meet the same tables.
-    EXPECT_EQ(b.get_GFT({0, 24}, {2, 4}, 48), g);
-    EXPECT_EQ(b.get_WVTz({0, 5.5}, {1, 4}, 24, e), z);
+    online_table_manager b(made);
+    EXPECT_EQ(b.get_GFT({0, 24}, {2, 4}, 48), gft);
+    EXPECT_EQ(b.get_WVTz({0, 5.5}, {1, 4}, 24, e), wvtz);
     EXPECT_EQ(b.counts.solved, 0);
     EXPECT_EQ(b.counts.queries(), 2);
-    EXPECT_EQ(stores.size(), 2u);
+    EXPECT_EQ(made.size(), 4u);
     // The homogeneous box is solved once for all managers.
-    EXPECT_EQ(a.get_single_gft(), b.get_single_gft());
-    EXPECT_EQ(a.get_GFT({0}, {3}, 24), b.get_single_gft());
+    EXPECT_EQ(m.get_single_gft(), b.get_single_gft());
+    EXPECT_EQ(m.get_GFT({0}, {3}, 24), b.get_single_gft());
 }
 
-TEST_F(OnlineTableFiles, DumpWritesPackedRecordsAndLoadRestoresThem) {
-    table_stores written;
-    online_table_manager m(written);
-    double e = 0;
-    m.get_GFT({0, 12}, {1, 2}, 24);
-    m.get_GFT({0, 3, 20}, {5, 1, 2}, 24);
-    m.get_WVTz({0, 5.5}, {1, 4}, 24, e);
-    m.get_WVTx({0, 12}, {1, 2}, 24, e);
+TEST_F(OnlineTables, DumpWritesPackedRecordsAndLoadRestoresThem) {
     const std::string dir = root + "/a/b";
     m.dump(77, dir);
-
     // Layout, read independently: count, then per record the key length, the key and the tail.
     const std::string x = slurp(dir + "/77X24");
-    const std::string y = slurp(dir + "/77Y24");
-    const std::string z = slurp(dir + "/77Z24");
     uint64_t count = 0;
     ASSERT_GE(x.size(), 8u);
     std::memcpy(&count, x.data(), 8);
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(x.size(), 8 + (8 + 4 + 408) + (8 + 6 + 408));
-    EXPECT_EQ(y.size(), 8 + (8 + 6 + 440));  // key {0,25,5,40,6,100}
-    EXPECT_EQ(z.size(), 8 + (8 + 4 + 416));
+    EXPECT_EQ(slurp(dir + "/77Y24").size(), 8 + (8 + 6 + 440));  // key {0,25,5,40,6,100}
+    EXPECT_EQ(slurp(dir + "/77Z24").size(), 8 + (8 + 4 + 416));
 
     table_stores read;
     read.gft.insert(bytes({0, 50, 12, 100}), tagged(0.125));
     online_table_manager n(read);
     n.load(77, dir);
-    ASSERT_EQ(read.gft.size(), 2u);
-    ASSERT_EQ(read.wvtz.size(), 1u);
-    ASSERT_EQ(read.wvtx.size(), 1u);
+    ASSERT_EQ(read.size(), 4u);
     EXPECT_EQ(read.gft.find(bytes({0, 50, 12, 100}))->face_cdf[0], 0.125);  // first wins
-    written.gft.for_each([&](const std::string& key, const PDFGFT& t) {
-        if (key == bytes({0, 50, 12, 100})) return;
-        const PDFGFT& u = *read.gft.find(key);
-        EXPECT_EQ(std::memcmp(t.face_cdf, u.face_cdf, sizeof t.face_cdf), 0);
-        EXPECT_EQ(std::memcmp(t.lower_cdf, u.lower_cdf, sizeof(double) * 48), 0);
-    });
-    // A loaded key is a hit: nothing solved.
-    EXPECT_NE(n.get_WVTx({0, 12}, {1, 2}, 24, e), nullptr);
+    EXPECT_TRUE(within(made.wvtz, read.wvtz) && within(made.wvtx, read.wvtx));
+    // A loaded key is a hit, with the table as written.
+    EXPECT_EQ(std::memcmp(n.get_GFT({0, 3, 20}, {5, 1, 2}, 24),
+                          m.get_GFT({0, 3, 20}, {5, 1, 2}, 24), sizeof(PDFGFT)),
+              0);
     EXPECT_EQ(n.counts.solved, 0);
 }
 
-TEST_F(OnlineTableFiles, CacheRoundTripsAndRefusesDamagedOrForeignFiles) {
-    table_stores made;
-    online_table_manager m(made);
-    double e = 0;
-    m.get_GFT({0, 3, 20}, {5, 1, 2}, 24);
-    m.get_WVTz({0, 5.5}, {1, 4}, 24, e);
-    m.get_WVTx({0, 12}, {1, 2}, 24, e);
+TEST_F(OnlineTables, CacheRoundTripsAndRefusesDamagedOrForeignFiles) {
     const std::string path = root + "/cache/stack.tables";
     ASSERT_TRUE(made.save_cache(path));
     EXPECT_FALSE(std::filesystem::exists(path + ".tmp." + std::to_string(getpid())));
-
     table_stores back;
-    EXPECT_EQ(back.load_cache(path), 3u);
-    made.wvtz.for_each([&](const std::string& key, const PDFWVTz& t) {
-        ASSERT_NE(back.wvtz.find(key), nullptr);
-        EXPECT_EQ(std::memcmp(&t, back.wvtz.find(key), sizeof t), 0);
-    });
+    EXPECT_EQ(back.load_cache(path), 4u);
+    EXPECT_TRUE(within(made.gft, back.gft) && within(made.wvtz, back.wvtz) &&
+                within(made.wvtx, back.wvtx));
     EXPECT_EQ(table_stores().load_cache(root + "/missing"), 0u);
 
     // Each damage is refused whole, leaving the stores empty.
