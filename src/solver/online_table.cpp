@@ -158,7 +158,7 @@ void read_store(const std::string& path, table_store<T>& store) {
     }
 }
 
-// A table cache: magic, grid and key steps, then the Green's function, z-weight and x-weight
+// A table cache: magic, grid and key step, then the Green's function, z-weight and x-weight
 // sections (a count, then key length, key and table per record), then an FNV-1a hash of all that.
 // The last magic byte is the table version: it changes whenever the same key solves to other
 // tables, so that no cache brings back tables of an older solver.
@@ -404,20 +404,22 @@ double online_table_manager::get_middle_eps(const std::vector<double>& heights,
 void online_table_manager::renormalise_key() {
     int mx = 0;
     for (size_t p = 1; p < key_.size(); p += 2) mx = std::max(mx, byte_at(key_, p));
-    const int full = static_cast<int>(std::lround(1.0 / eps_step()));
+    const double step = eps_step();
+    const int full = static_cast<int>(std::lround(1.0 / step));
     if (mx == full || mx == 0) return;
     for (size_t p = 1; p < key_.size(); p += 2)
-        key_[p] = static_cast<char>(
-            round_half_away(byte_at(key_, p) / static_cast<double>(mx) / eps_step()));
+        key_[p] =
+            static_cast<char>(round_half_away(byte_at(key_, p) / static_cast<double>(mx) / step));
 }
 
 void online_table_manager::unpack_key() {
     itf_.clear();
     eps_.clear();
-    eps_.push_back(byte_at(key_, 1) * eps_step());
+    const double step = eps_step();
+    eps_.push_back(byte_at(key_, 1) * step);
     for (size_t p = 2; p + 1 < key_.size(); p += 2) {
         itf_.push_back(byte_at(key_, p));
-        eps_.push_back(byte_at(key_, p + 1) * eps_step());
+        eps_.push_back(byte_at(key_, p + 1) * step);
     }
 }
 
@@ -533,7 +535,7 @@ std::size_t table_stores::load_cache(const std::string& path) {
         std::cerr << "Warning: table cache " << path << " ignored: " << why << std::endl;
         return std::size_t{0};
     };
-    constexpr size_t head = sizeof kCacheMagic + 2 * sizeof(uint32_t) + 2 * sizeof(double);
+    constexpr size_t head = sizeof kCacheMagic + 2 * sizeof(uint32_t) + sizeof(double);
     if (bytes.size() < head + sizeof(uint64_t) ||
         std::memcmp(bytes.data(), kCacheMagic, sizeof kCacheMagic) != 0)
         return ignore("not a table cache");
@@ -545,10 +547,8 @@ std::size_t table_stores::load_cache(const std::string& path) {
     buffer_reader in{bytes, sizeof kCacheMagic};
     const auto nodes = in.get<uint32_t>();
     const auto half = in.get<uint32_t>();
-    const auto gstep = in.get<double>();
-    const auto wstep = in.get<double>();
-    if (nodes != kNodes || half != gft_solver::NHALF || gstep != online_table_manager::eps_step() ||
-        wstep != online_table_manager::eps_step())
+    const auto step = in.get<double>();
+    if (nodes != kNodes || half != gft_solver::NHALF || step != online_table_manager::eps_step())
         return ignore("made with another table grid or key step");
     std::vector<std::pair<std::string, PDFGFT>> g;
     std::vector<std::pair<std::string, PDFWVTz>> z;
@@ -567,7 +567,6 @@ bool table_stores::save_cache(const std::string& path) const {
     out.write(kCacheMagic, sizeof kCacheMagic);
     out.put(static_cast<uint32_t>(kNodes));
     out.put(static_cast<uint32_t>(gft_solver::NHALF));
-    out.put(online_table_manager::eps_step());
     out.put(online_table_manager::eps_step());
     put_section(out, gft);
     put_section(out, wvtz);
