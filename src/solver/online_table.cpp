@@ -280,8 +280,8 @@ table_counts& table_counts::operator+=(const table_counts& o) {
 
 double online_table_manager::eps_step() {
     static const double step = [] {
-        const double v = PARG::get("RW2D_EPS_STEP", 0.01);
-        return v > 0 ? std::clamp(v, 1.0 / 250, 0.01) : 0.01;  // junk or NaN: the default
+        const double v = PARG::get("RW2D_EPS_STEP", 1.0 / 250);
+        return v > 0 ? std::clamp(v, 1.0 / 250, 0.01) : 1.0 / 250;  // junk or NaN: the default
     }();
     return step;
 }

@@ -90,11 +90,11 @@ struct table_counts {
 // missing, and counts what it did.
 class online_table_manager {
 public:
-    // Quantisation step of permittivities in keys, as a fraction of the stack maximum: 0.01, or
-    // the argument store's "RW2D_EPS_STEP" read on the first call (clamped to [1/250, 0.01]: a key
-    // byte holds at most 250 steps). 0.01 leaves a low-k layer up to 1.4% off against a film of
-    // about three times its permittivity; 0.004 removes the 0.4% that makes in the plate-as-master
-    // row of 05_layered_stack (docs/accuracy.md) at the cost of more distinct tables.
+    // Quantisation step of permittivities in keys, as a fraction of the stack maximum: 1/250 (the
+    // finest a key byte holds), or the argument store's "RW2D_EPS_STEP" read on the first call,
+    // clamped to [1/250, 0.01]. The coarser 0.01 leaves a low-k layer up to 1.4% off against a
+    // film of about three times its permittivity, which biased the plate-as-master row of
+    // 05_layered_stack by 0.4% (docs/accuracy.md); the finer step costs no time per solve.
     static double eps_step();
 
     table_counts counts;
