@@ -162,7 +162,7 @@ void read_store(const std::string& path, table_store<T>& store) {
 // sections (a count, then key length, key and table per record), then an FNV-1a hash of all that.
 // The last magic byte is the table version: it changes whenever the same key solves to other
 // tables, so that no cache brings back tables of an older solver.
-constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '2'};
+constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '3'};
 constexpr uint64_t kMaxKey = 2 * kNodes + 2;
 
 uint64_t fnv1a(const char* p, size_t n) {
@@ -466,8 +466,48 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
     }
     pack_avg(heights, eps, size, eps_step(), 1, key_);
     middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
-    if (key_.size() < 3) return get_single_wvtz();
-    return lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
+    const PDFWVTz* t =
+        key_.size() < 3 ? get_single_wvtz() : lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
+    const double s = unit_flux_scale(*t, heights, eps, size);
+    if (s > 0 && std::isfinite(s)) middle_eps = s;
+    return t;
+}
+
+double online_table_manager::unit_flux_scale(const PDFWVTz& t, const std::vector<double>& heights,
+                                             const std::vector<double>& eps, double size) {
+    // Potential of unit flux, phi(z) = integral of dz/eps from the box bottom, at the side
+    // panels' centres (z = (j + 1/2) cell), the box centre and the top, in one pass upward.
+    const double cell = size / kNodes;
+    double at[kNodes + 1];
+    double phi = 0, z = 0;
+    size_t layer = 0;
+    const size_t n = std::min(heights.size(), eps.size());
+    auto rise_to = [&](double top) {
+        while (layer + 1 < n && heights[layer + 1] < top) {
+            phi += (heights[layer + 1] - z) / eps[layer];
+            z = heights[++layer];
+        }
+        phi += (top - z) / eps[layer];
+        z = top;
+        return phi;
+    };
+    double centre = 0;
+    for (int j = 0; j < kNodes; ++j) {
+        if (j == kNodes / 2) centre = rise_to(0.5 * size);
+        at[j] = rise_to((j + 0.5) * cell);
+    }
+    at[kNodes] = rise_to(size);
+    // Expected weight times phi - phi(centre) at the landing point, as online_sampling draws them.
+    const double lower = t.face_cdf[0], upper = t.face_cdf[1] - t.face_cdf[0];
+    const double side = t.face_cdf[2] - t.face_cdf[1];
+    double sum = upper * (at[kNodes] - centre) + lower * centre;  // the lower face has weight -T
+    double prev = 0;
+    for (int j = 0; j < kNodes; ++j) {
+        const double p = side * (t.side_cdf[j] - prev) * (at[j] - centre);
+        prev = t.side_cdf[j];
+        sum += t.side_sign[j] ? p : -p;
+    }
+    return 0.5 * size / (t.total_weight * sum);
 }
 
 const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights,
