@@ -129,6 +129,20 @@ void gft_solver::PDFWVTz::to_cdf() {
     const double su = normalise_block(upper_cdf);
     const double ss = normalise_block(side_cdf);
     set_faces(face_cdf, sl, su, ss, &total_weight);
+    derive_moments();
+}
+
+void gft_solver::PDFWVTz::derive_moments() {
+    const double share = face_cdf[2] - face_cdf[1];
+    double prev = 0;
+    side_w0[0] = side_w1[0] = 0;
+    for (int j = 0; j < NGRID; ++j) {
+        const double p = share * (side_cdf[j] - prev);
+        prev = side_cdf[j];
+        const double w = side_sign[j] ? p : -p;
+        side_w0[j + 1] = side_w0[j] + w;
+        side_w1[j + 1] = side_w1[j] + w * (j + 0.5);
+    }
 }
 
 void gft_solver::PDFWVTx::to_cdf() {

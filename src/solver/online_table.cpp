@@ -112,6 +112,7 @@ void read_tail(R& in, PDFWVTz& t) {
     in.read(reinterpret_cast<char*>(t.lower_cdf), sizeof t.lower_cdf);
     in.read(reinterpret_cast<char*>(t.upper_cdf), sizeof t.upper_cdf);
     in.read(reinterpret_cast<char*>(t.side_cdf), sizeof t.side_cdf);
+    t.derive_moments();
 }
 template <class R>
 void read_tail(R& in, PDFWVTx& t) {
@@ -475,39 +476,32 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
 
 double online_table_manager::unit_flux_scale(const PDFWVTz& t, const std::vector<double>& heights,
                                              const std::vector<double>& eps, double size) {
-    // Potential of unit flux, phi(z) = integral of dz/eps from the box bottom, at the side
-    // panels' centres (z = (j + 1/2) cell), the box centre and the top, in one pass upward.
-    const double cell = size / kNodes;
-    double at[kNodes + 1];
-    double phi = 0, z = 0;
-    size_t layer = 0;
+    // Expected weight times phi - phi(centre) at the landing point, as online_sampling draws them,
+    // with phi(z) = integral of dz/eps from the box bottom: linear within a layer, so each layer's
+    // side panels weigh it through the table's running sums (centres at (j + 1/2) cells).
     const size_t n = std::min(heights.size(), eps.size());
-    auto rise_to = [&](double top) {
-        while (layer + 1 < n && heights[layer + 1] < top) {
-            phi += (heights[layer + 1] - z) / eps[layer];
-            z = heights[++layer];
-        }
-        phi += (top - z) / eps[layer];
-        z = top;
-        return phi;
+    const double cell = size / kNodes, half = 0.5 * size;
+    auto first_panel_at_or_above = [cell](double z) {
+        return static_cast<int>(std::clamp(std::ceil(z / cell - 0.5), 0.0, double{kNodes}));
     };
-    double centre = 0;
-    for (int j = 0; j < kNodes; ++j) {
-        if (j == kNodes / 2) centre = rise_to(0.5 * size);
-        at[j] = rise_to((j + 0.5) * cell);
+    double side = 0, phi = 0, centre = 0, top = 0;
+    int lo = 0;
+    for (size_t l = 0; l < n; ++l) {
+        const double a = l == 0 ? 0.0 : heights[l];
+        const double b = l + 1 < n ? std::min(heights[l + 1], size) : size;
+        const double inv = 1 / eps[l];
+        const int hi = l + 1 < n ? first_panel_at_or_above(b) : kNodes;
+        const double w0 = t.side_w0[hi] - t.side_w0[lo], w1 = t.side_w1[hi] - t.side_w1[lo];
+        side += phi * w0 + inv * (cell * w1 - a * w0);
+        if (a <= half && half <= b) centre = phi + (half - a) * inv;
+        phi += (b - a) * inv;
+        top = phi;
+        lo = hi;
+        if (b >= size) break;
     }
-    at[kNodes] = rise_to(size);
-    // Expected weight times phi - phi(centre) at the landing point, as online_sampling draws them.
     const double lower = t.face_cdf[0], upper = t.face_cdf[1] - t.face_cdf[0];
-    const double side = t.face_cdf[2] - t.face_cdf[1];
-    double sum = upper * (at[kNodes] - centre) + lower * centre;  // the lower face has weight -T
-    double prev = 0;
-    for (int j = 0; j < kNodes; ++j) {
-        const double p = side * (t.side_cdf[j] - prev) * (at[j] - centre);
-        prev = t.side_cdf[j];
-        sum += t.side_sign[j] ? p : -p;
-    }
-    return 0.5 * size / (t.total_weight * sum);
+    const double sum = side - centre * t.side_w0[kNodes] + upper * (top - centre) + lower * centre;
+    return half / (t.total_weight * sum);
 }
 
 const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights,
