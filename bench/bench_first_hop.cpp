@@ -7,6 +7,7 @@
 // over a uniformly random offset, which is what a population of walkers sees as a bias.
 //
 //   build/bench/bench_first_hop [--centre-eps] [--scan NAME] [--case NAME LO FILM CELLS ...]
+//                               [--at BOUNDS EPS]
 //
 // Fields (all exact for any layered medium, phi(z) = integral from the centre of dz/eps):
 //   Dz  u = phi(z): eps du/dz = 1 everywhere; the z weights must give 1.
@@ -15,6 +16,8 @@
 //       across them; error in units of eps_c.
 // --centre-eps scales the z weights by the permittivity the key leaves at the box centre
 // (get_middle_eps) instead of the manager's unit-flux scale, to show what the scale corrects.
+// --at prints the errors of one stack, e.g. --at 0.75,1.5 4.2,7,2.7 (boundaries in the box of
+// half side 1 with its bottom at 0, permittivities from the bottom up).
 // --scan NAME prints the error against the offset for the case with that name. --case replaces
 // the built-in cases: a film of permittivity FILM and CELLS cells in a host LO, or with CELLS 0
 // a single interface, LO below and FILM above.
@@ -209,6 +212,26 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--scan") == 0 && i + 1 < argc) scan = argv[++i];
         if (std::strcmp(argv[i], "--centre-eps") == 0) g_centre_eps = true;
+        if (std::strcmp(argv[i], "--at") == 0 && i + 2 < argc) {
+            // One stack only: boundaries and permittivities as comma lists, in the box of half
+            // side 1 whose bottom is 0 (the centre at 1).
+            auto list = [](const char* text) {
+                std::vector<double> v;
+                for (const char* p = text; *p;) {
+                    char* end = nullptr;
+                    v.push_back(std::strtod(p, &end));
+                    p = *end == ',' ? end + 1 : end;
+                    if (end == p && *p) break;
+                }
+                return v;
+            };
+            const Medium med{list(argv[i + 1]), list(argv[i + 2])};
+            online_table_manager m;
+            const Errors e = first_hop_errors(m, med);
+            std::printf("Dz %+.4f%%  Dq %+.4f%%  Dc %+.4f%%  Dx %+.4f%%  Dx2 %+.4f%%  G %+.4f%%\n",
+                        100 * e.dz, 100 * e.dq, 100 * e.dc, 100 * e.dx, 100 * e.dx2, 100 * e.g);
+            return 0;
+        }
         if (std::strcmp(argv[i], "--case") == 0 && i + 4 < argc) {
             Case c{argv[i + 1], 0, 0, 0, 0};
             c.lo = c.hi = std::atof(argv[i + 2]);
