@@ -466,11 +466,11 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
         return get_single_wvtz();
     }
     pack_avg(heights, eps, size, eps_step(), 1, key_);
-    middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
     const PDFWVTz* t =
         key_.size() < 3 ? get_single_wvtz() : lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
-    const double s = unit_flux_scale(*t, heights, eps, size);
-    if (s > 0 && std::isfinite(s)) middle_eps = s;
+    middle_eps = unit_flux_scale(*t, heights, eps, size);
+    if (!(middle_eps > 0 && std::isfinite(middle_eps)))  // a degenerate table: the old guess
+        middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
     return t;
 }
 
