@@ -49,9 +49,18 @@ public:
         double lower_cdf[NHALF] = {};
         double upper_cdf[NHALF] = {};
         double side_cdf[NGRID] = {};
+        // Derived from the side block, never stored in table files: running sums over the side
+        // panels below k of the signed draw probability (side_w0[k]) and of that times the panel
+        // centre's height in cells, j + 1/2 (side_w1[k]). They let a first hop weigh a potential
+        // linear in each layer in a few operations per layer.
+        double side_w0[NGRID + 1] = {};
+        double side_w1[NGRID + 1] = {};
         // As PDFGFT::to_cdf; the lower block is negated, the side taken by magnitude with its sign
         // kept in side_sign, and total_weight set to the summed magnitude of the whole surface.
+        // Ends with derive_moments.
         void to_cdf();
+        // Fills side_w0 and side_w1 from face_cdf, side_cdf and side_sign.
+        void derive_moments();
     };
 
     // Weights of the x derivative of the centre potential, in half-box units.

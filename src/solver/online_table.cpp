@@ -112,6 +112,7 @@ void read_tail(R& in, PDFWVTz& t) {
     in.read(reinterpret_cast<char*>(t.lower_cdf), sizeof t.lower_cdf);
     in.read(reinterpret_cast<char*>(t.upper_cdf), sizeof t.upper_cdf);
     in.read(reinterpret_cast<char*>(t.side_cdf), sizeof t.side_cdf);
+    t.derive_moments();
 }
 template <class R>
 void read_tail(R& in, PDFWVTx& t) {
@@ -162,7 +163,7 @@ void read_store(const std::string& path, table_store<T>& store) {
 // sections (a count, then key length, key and table per record), then an FNV-1a hash of all that.
 // The last magic byte is the table version: it changes whenever the same key solves to other
 // tables, so that no cache brings back tables of an older solver.
-constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '2'};
+constexpr char kCacheMagic[8] = {'K', 'R', 'V', 'T', 'A', 'B', 'L', '3'};
 constexpr uint64_t kMaxKey = 2 * kNodes + 2;
 
 uint64_t fnv1a(const char* p, size_t n) {
@@ -465,9 +466,42 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
         return get_single_wvtz();
     }
     pack_avg(heights, eps, size, eps_step(), 1, key_);
-    middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
-    if (key_.size() < 3) return get_single_wvtz();
-    return lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
+    const PDFWVTz* t =
+        key_.size() < 3 ? get_single_wvtz() : lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
+    middle_eps = unit_flux_scale(*t, heights, eps, size);
+    if (!(middle_eps > 0 && std::isfinite(middle_eps)))  // a degenerate table: the old guess
+        middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
+    return t;
+}
+
+double online_table_manager::unit_flux_scale(const PDFWVTz& t, const std::vector<double>& heights,
+                                             const std::vector<double>& eps, double size) {
+    // Expected weight times phi - phi(centre) at the landing point, as online_sampling draws them,
+    // with phi(z) = integral of dz/eps from the box bottom: linear within a layer, so each layer's
+    // side panels weigh it through the table's running sums (centres at (j + 1/2) cells).
+    const size_t n = std::min(heights.size(), eps.size());
+    const double cell = size / kNodes, half = 0.5 * size;
+    auto first_panel_at_or_above = [cell](double z) {
+        return static_cast<int>(std::clamp(std::ceil(z / cell - 0.5), 0.0, double{kNodes}));
+    };
+    double side = 0, phi = 0, centre = 0, top = 0;
+    int lo = 0;
+    for (size_t l = 0; l < n; ++l) {
+        const double a = l == 0 ? 0.0 : heights[l];
+        const double b = l + 1 < n ? std::min(heights[l + 1], size) : size;
+        const double inv = 1 / eps[l];
+        const int hi = l + 1 < n ? first_panel_at_or_above(b) : kNodes;
+        const double w0 = t.side_w0[hi] - t.side_w0[lo], w1 = t.side_w1[hi] - t.side_w1[lo];
+        side += phi * w0 + inv * (cell * w1 - a * w0);
+        if (a <= half && half <= b) centre = phi + (half - a) * inv;
+        phi += (b - a) * inv;
+        top = phi;
+        lo = hi;
+        if (b >= size) break;
+    }
+    const double lower = t.face_cdf[0], upper = t.face_cdf[1] - t.face_cdf[0];
+    const double sum = side - centre * t.side_w0[kNodes] + upper * (top - centre) + lower * centre;
+    return half / (t.total_weight * sum);
 }
 
 const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights,

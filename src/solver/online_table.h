@@ -110,8 +110,9 @@ public:
     // stores. Solves the table when no thread has yet.
     const PDFGFT* get_GFT(const std::vector<double>& heights, const std::vector<double>& eps,
                           double size, RandGen* rng = nullptr);
-    // Weight tables of the same box; middle_eps receives the permittivity at the box centre that
-    // the sampled weight is to be scaled by. Every call counts one query.
+    // Weight tables of the same box; middle_eps receives the factor the sampled weight is to be
+    // scaled by: the permittivity at the box centre for x weights, unit_flux_scale for z weights
+    // (the centre's permittivity, corrected for the key's rounding). Every call counts one query.
     const PDFWVTz* get_WVTz(const std::vector<double>& heights, const std::vector<double>& eps,
                             double size, double& middle_eps);
     const PDFWVTx* get_WVTx(const std::vector<double>& heights, const std::vector<double>& eps,
@@ -143,6 +144,14 @@ public:
                          double size, double step, int width, std::string& key);
     static std::string pack_avg(const std::vector<double>& heights, const std::vector<double>& eps,
                                 double size, double step, int width);
+    // Scale of the z weights of table t in the box of side size whose layers begin at heights
+    // (first 0) with permittivities eps: the factor that makes the drawn weight times the
+    // potential at the landing point average to exactly the flux of phi(z) = integral dz/eps,
+    // which is 1 in every layered box. It stands in for the centre's permittivity and also
+    // absorbs what the key's rounding of interfaces and permittivities does to that flux. NaN or
+    // a value <= 0 only for a degenerate table.
+    static double unit_flux_scale(const PDFWVTz& t, const std::vector<double>& heights,
+                                  const std::vector<double>& eps, double size);
     // Real permittivity at the box centre for a weight key: the true eps of the closest layer that
     // quantises to the centre pair's value, else the dequantised value.
     static double get_middle_eps(const std::vector<double>& heights, const std::vector<double>& eps,

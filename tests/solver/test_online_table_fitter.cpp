@@ -141,7 +141,7 @@ TEST(OnlineTableSampling, LayeredWeightDrawsFollowTheLayeredPotential) {
     double e = 0;
     const PDFWVTz* z = m.get_WVTz({0, 12}, {1, 10}, 24, e);
     const PDFGFT* g = m.get_GFT({0, 12}, {1, 10}, 24);
-    EXPECT_EQ(e, 1.0);
+    EXPECT_NEAR(e, 1.0, 1e-9);  // the stack is one the key holds exactly: the permittivity below
     auto phi = [](double t) { return t < 0 ? t : t / 10; };
     RandGen rng(2024);
     double dz = 0, mean = 0;
