@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "runtime/pargument.h"
+#include "solver/online_table_random.h"
 #include "solver/rounding.h"
 
 namespace RW2D {
@@ -287,19 +288,34 @@ double online_table_manager::eps_step() {
     return step;
 }
 
+bool online_table_manager::round_to_nearest() {
+    static const bool nearest = PARG::get("RW2D_ROUND_NEAREST", 0) != 0;
+    return nearest;
+}
+
+double online_table_manager::node_shift(RandGen* rng) {
+    return rng != nullptr && !round_to_nearest() ? rng->uniform() : 0.5;
+}
+
 void online_table_manager::pack(const std::vector<double>& heights, const std::vector<double>& eps,
-                                double size, double step, std::string& key) {
+                                double size, double step, std::string& key, double shift) {
     key.clear();
     const double emax = max_of(eps);
     const double cell = size / kNodes;
     const size_t n = heights.size();
+    // shift 0.5 rounds to the nearest node; a uniform shift in [0, 1) rounds up with a chance
+    // equal to the fraction, so that the node is the height in the mean.
+    auto node = [cell, shift](double h) {
+        return shift == 0.5 ? round_half_away(h / cell)
+                            : static_cast<std::int64_t>(std::floor(h / cell + shift));
+    };
     // Each height is divided and rounded once: the division is the costliest step of a hop's key.
     size_t i = 0;
-    long k = n > 0 ? round_half_away(heights[0] / cell) : 0;
+    long k = n > 0 ? node(heights[0]) : 0;
     while (i < n && k <= kNodes - 1) {
         size_t t = i;
         long next = k;
-        while (t + 1 < n && (next = round_half_away(heights[t + 1] / cell)) == k) ++t;
+        while (t + 1 < n && (next = node(heights[t + 1])) == k) ++t;
         const int q = quantise(eps[t], emax, step);
         if (key.empty() || byte_at(key, key.size() - 1) != q)
             append_pair(key, static_cast<int>(k), q);
@@ -447,10 +463,11 @@ const T* online_table_manager::lookup(table_store<T>& store, gft_solver::solver_
 }
 
 const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
-                                            const std::vector<double>& eps, double size, RandGen*) {
+                                            const std::vector<double>& eps, double size,
+                                            RandGen* rng) {
     ++counts.gft_queries;
     if (eps.size() <= 1) return get_single_gft();
-    pack(heights, eps, size, eps_step(), key_);
+    pack(heights, eps, size, eps_step(), key_, node_shift(rng));
     if (key_.size() < 3) return get_single_gft();
     // The stack maximum may lie outside the box; the table must not depend on it.
     renormalise_key();
@@ -506,13 +523,13 @@ double online_table_manager::unit_flux_scale(const PDFWVTz& t, const std::vector
 
 const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights,
                                               const std::vector<double>& eps, double size,
-                                              double& middle_eps) {
+                                              double& middle_eps, RandGen* rng) {
     ++counts.wvtx_queries;
     if (eps.size() <= 1) {
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtx();
     }
-    pack(heights, eps, size, eps_step(), key_);
+    pack(heights, eps, size, eps_step(), key_, node_shift(rng));
     // The derivative along the layers is continuous across them, so the flux takes the walker's
     // own permittivity, even where the key rounds a nearby interface onto the centre node.
     middle_eps = eps[0];

@@ -165,7 +165,7 @@ void WalkManager::transfer_online_table_gft(double r) {
         ux = s[0];
         uy = s[1];
     } else {
-        const PDFGFT* table = tables.get_GFT(fitter.heights, fitter.eps, 2 * r);
+        const PDFGFT* table = tables.get_GFT(fitter.heights, fitter.eps, 2 * r, &rng);
         const std::array<double, 2> s = online_sampling(table, &rng);
         if (fitter.direction == 2) {  // table stacked along y, medium along x
             ux = s[1];
@@ -208,7 +208,7 @@ void WalkManager::transfer_online_table_wvt(double r) {
     if (d == NORM_Y_POS || d == NORM_Y_NEG)
         s = online_sampling(tables.get_WVTz(fitter.heights, fitter.eps, 2 * r, e), &rng);
     else
-        s = online_sampling(tables.get_WVTx(fitter.heights, fitter.eps, 2 * r, e), &rng);
+        s = online_sampling(tables.get_WVTx(fitter.heights, fitter.eps, 2 * r, e, &rng), &rng);
     double w = s[0];
     if (d == NORM_X_NEG || d == NORM_Y_NEG) w = -w;
     weight = (w / r) * e * weight;

@@ -44,6 +44,20 @@ TEST(OnlineTableKey, PackRoundsToNodesAndMergesEqualNeighbours) {
     EXPECT_EQ(online_table_manager::pack({0, 0.3, 30}, {1, 2, 3}, 24, 0.01), bytes({0, 67}));
 }
 
+TEST(OnlineTableKey, RandomShiftsHoldAnInterfaceWhereItIsInTheMean) {
+    // One cell per unit: the interface at 7.3 rounds to node 7, or to 8 for three shifts in ten.
+    double sum = 0;
+    std::string key;
+    for (int j = 0; j < 100; ++j) {
+        online_table_manager::pack({0, 7.3}, {1, 2}, 24, 0.01, key, (j + 0.5) / 100);
+        ASSERT_EQ(key.size(), 4u);
+        sum += static_cast<unsigned char>(key[2]);
+    }
+    EXPECT_NEAR(sum / 100, 7.3, 0.011);
+    online_table_manager::pack({0, 7.3}, {1, 2}, 24, 0.01, key);
+    EXPECT_EQ(key, bytes({0, 50, 7, 100}));
+}
+
 // Tables whose first CDF entry tells which key they were stored under.
 PDFGFT tagged(double tag) {
     PDFGFT t;
