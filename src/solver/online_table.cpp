@@ -476,13 +476,19 @@ const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
 
 const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights,
                                               const std::vector<double>& eps, double size,
-                                              double& middle_eps) {
+                                              double& middle_eps, RandGen* rng) {
     ++counts.wvtz_queries;
     if (eps.size() <= 1) {
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtz();
     }
-    pack_avg(heights, eps, size, eps_step(), 1, key_);
+    // With the walker's generator the key rounds interfaces at random like the others; the cell
+    // averages of pack_avg hold a thin film at a fixed place in its cell, which biased the first
+    // hop of wires above thin films (docs/accuracy.md, E12).
+    if (rng != nullptr && !round_to_nearest())
+        pack(heights, eps, size, eps_step(), key_, rng->uniform());
+    else
+        pack_avg(heights, eps, size, eps_step(), 1, key_);
     const PDFWVTz* t =
         key_.size() < 3 ? get_single_wvtz() : lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
     middle_eps = unit_flux_scale(*t, heights, eps, size);

@@ -119,8 +119,10 @@ public:
     // Weight tables of the same box; middle_eps receives the factor the sampled weight is to be
     // scaled by: the permittivity at the box centre for x weights, unit_flux_scale for z weights
     // (the centre's permittivity, corrected for the key's rounding). Every call counts one query.
+    // With rng the z-weight key is built as pack builds the others, interfaces rounded at random;
+    // without, or with "RW2D_ROUND_NEAREST", from pack_avg's cell averages.
     const PDFWVTz* get_WVTz(const std::vector<double>& heights, const std::vector<double>& eps,
-                            double size, double& middle_eps);
+                            double size, double& middle_eps, RandGen* rng = nullptr);
     const PDFWVTx* get_WVTx(const std::vector<double>& heights, const std::vector<double>& eps,
                             double size, double& middle_eps, RandGen* rng = nullptr);
 

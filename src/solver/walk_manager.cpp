@@ -206,7 +206,7 @@ void WalkManager::transfer_online_table_wvt(double r) {
     double e = 1.0;
     std::array<double, 3> s;
     if (d == NORM_Y_POS || d == NORM_Y_NEG)
-        s = online_sampling(tables.get_WVTz(fitter.heights, fitter.eps, 2 * r, e), &rng);
+        s = online_sampling(tables.get_WVTz(fitter.heights, fitter.eps, 2 * r, e, &rng), &rng);
     else
         s = online_sampling(tables.get_WVTx(fitter.heights, fitter.eps, 2 * r, e, &rng), &rng);
     double w = s[0];

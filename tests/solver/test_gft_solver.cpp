@@ -10,6 +10,7 @@
 
 #include "solver/gft_solver.h"
 #include "solver/online_table.h"
+#include "solver/online_table_random.h"
 
 namespace {
 
@@ -348,13 +349,18 @@ TEST_P(FirstHopFlux, ZWeightsGiveTheUnitFluxOfTheTrueStack) {
         heights.push_back(b.bounds[i]);
         eps.push_back(b.eps[i + 1]);
     }
-    double scale = 0;
-    const gft_solver::PDFWVTz* t = m.get_WVTz(heights, eps, 2.0, scale);
-    ASSERT_NE(t, nullptr);
-    const double flux = scale * weighted_mean(*t, [&](double, double z) { return phi(1 + z); });
-    EXPECT_NEAR(flux, 1.0, 1e-9) << b.name;
-    // A constant potential carries no flux.
-    EXPECT_NEAR(scale * weighted_mean(*t, [](double, double) { return 1.0; }), 0.0, 1e-9);
+    // The cell-average key, then keys with the interfaces rounded at random: whatever the key
+    // holds, the scale must give the true stack's unit flux.
+    RW2D::RandGen rng(5);
+    for (RW2D::RandGen* r : {static_cast<RW2D::RandGen*>(nullptr), &rng, &rng, &rng}) {
+        double scale = 0;
+        const gft_solver::PDFWVTz* t = m.get_WVTz(heights, eps, 2.0, scale, r);
+        ASSERT_NE(t, nullptr);
+        const double flux = scale * weighted_mean(*t, [&](double, double z) { return phi(1 + z); });
+        EXPECT_NEAR(flux, 1.0, 1e-9) << b.name;
+        // A constant potential carries no flux.
+        EXPECT_NEAR(scale * weighted_mean(*t, [](double, double) { return 1.0; }), 0.0, 1e-9);
+    }
 }
 
 // Interfaces a fraction of a cell (1/12) off the nodes: on either side of the centre node, in
