@@ -293,8 +293,12 @@ bool online_table_manager::round_to_nearest() {
     return nearest;
 }
 
+bool online_table_manager::rounds_at_random(const RandGen* rng) {
+    return rng != nullptr && !round_to_nearest();
+}
+
 double online_table_manager::node_shift(RandGen* rng) {
-    return rng != nullptr && !round_to_nearest() ? rng->uniform() : 0.5;
+    return rounds_at_random(rng) ? rng->uniform() : 0.5;
 }
 
 void online_table_manager::pack(const std::vector<double>& heights, const std::vector<double>& eps,
@@ -485,8 +489,8 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
     // With the walker's generator the key rounds interfaces at random like the others; the cell
     // averages of pack_avg hold a thin film at a fixed place in its cell, which biased the first
     // hop of wires above thin films (docs/accuracy.md, E12).
-    if (rng != nullptr && !round_to_nearest())
-        pack(heights, eps, size, eps_step(), key_, rng->uniform());
+    if (rounds_at_random(rng))
+        pack(heights, eps, size, eps_step(), key_, node_shift(rng));
     else
         pack_avg(heights, eps, size, eps_step(), 1, key_);
     const PDFWVTz* t =

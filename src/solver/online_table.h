@@ -180,7 +180,9 @@ public:
 private:
     // True when the argument store asks for nearest rounding ("RW2D_ROUND_NEAREST"), read once.
     static bool round_to_nearest();
-    // The shift pack takes: a draw of rng, or 0.5 without rng or with nearest rounding.
+    // True when keys round interfaces at random: a generator is given and the switch is off.
+    static bool rounds_at_random(const RandGen* rng);
+    // The shift pack takes: a draw of rng when rounds_at_random, else 0.5.
     static double node_shift(RandGen* rng);
 
     table_stores* stores_;
