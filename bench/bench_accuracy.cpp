@@ -2,7 +2,8 @@
 // pooled over several seeds, entry by entry against the reference.
 //
 //   build/bench/bench_accuracy [--precision P=0.005] [--seeds K=4] [--first-seed S=1]
-//                              [--dir FOLDER] [--plate-row] [structure ...]
+//                              [--dir FOLDER] [--plate-row | --plate-only]
+//                              [--set KEY=VALUE ...] [structure ...]
 //
 // Each conductor (the ground plate last) is master once per seed; every solve runs one walker
 // thread, and solves run in parallel on all cores. Per entry it prints the reference, the mean
@@ -17,6 +18,10 @@
 // the row), and both after the sample generator's constraint, which is what a sample file holds
 // (solved then symmetrised: the old output; derived: the default output). Errors are in percent
 // of the plate's diagonal, with the share of CPU time the plate's own solve took.
+//
+// --plate-only solves only the plate as master: its row alone, at a fraction of the cost.
+// --set puts an entry into the argument store before the solves (e.g. RW2D_ROUND_NEAREST=1), to
+// measure a switch against the default.
 #include <omp.h>
 
 #include <algorithm>
@@ -28,6 +33,7 @@
 #include <vector>
 
 #include "patterns/solving.h"
+#include "runtime/pargument.h"
 #include "solver/api_wrapper.h"
 #include "support/validation_reference.h"
 
@@ -45,6 +51,7 @@ struct Options {
     std::string dir = KARVEN_VALIDATION_DIR;
     std::vector<std::string> structures;
     bool plate_row = false;
+    bool plate_only = false;
 };
 
 Options parse(int argc, char** argv) {
@@ -68,10 +75,24 @@ Options parse(int argc, char** argv) {
             o.dir = next();
         else if (a == "--plate-row")
             o.plate_row = true;
-        else
+        else if (a == "--plate-only")
+            o.plate_only = true;
+        else if (a == "--set") {
+            const std::string kv = next();
+            const auto eq = kv.find('=');
+            if (eq == std::string::npos || eq == 0) {
+                std::fprintf(stderr, "bench_accuracy: --set needs KEY=VALUE, got %s\n", kv.c_str());
+                std::exit(2);
+            }
+            PARG::regArgument(kv.substr(0, eq), kv.substr(eq + 1));
+        } else
             o.structures.push_back(a);
     }
     if (o.structures.empty()) o.structures = kAllStructures;
+    if (o.plate_row && o.plate_only) {
+        std::fprintf(stderr, "bench_accuracy: --plate-row needs every row; drop --plate-only\n");
+        std::exit(2);
+    }
     if (o.seeds < 1 || !(o.precision > 0)) {
         std::fprintf(stderr, "bench_accuracy: need --seeds >= 1 and --precision > 0\n");
         std::exit(2);
@@ -160,7 +181,8 @@ int main(int argc, char** argv) {
     std::vector<Solve> solves;
     for (std::size_t s = 0; s < refs.size(); ++s)
         for (int k = 0; k < opt.seeds; ++k)
-            for (std::size_t m = 0; m < refs[s].wires.size(); ++m)
+            for (std::size_t m = opt.plate_only ? refs[s].wires.size() - 1 : 0;
+                 m < refs[s].wires.size(); ++m)
                 solves.push_back({s, static_cast<std::size_t>(k), m, {}, {}, 0});
 
     std::printf("precision %g, %d seeds from %d, %zu solves on %d threads\n", opt.precision,
@@ -196,7 +218,7 @@ int main(int argc, char** argv) {
         int ratio_terms = 0;
         std::printf("\n%s (%zu conductors; the plate is %zu)\n", ref.name.c_str(), n, n - 1);
         std::printf("  %5s %12s %10s %9s %7s\n", "entry", "reference", "error %", "s.e. %", "z");
-        for (std::size_t k = 0; k < n; ++k) {
+        for (std::size_t k = opt.plate_only ? n - 1 : 0; k < n; ++k) {
             const double diag = ref.matrix[k][k];
             for (std::size_t j = 0; j < n; ++j) {
                 std::vector<double> e;
@@ -234,7 +256,7 @@ int main(int argc, char** argv) {
         for (const auto& sv : solves)
             if (sv.structure == s) cpu += sv.seconds;
         std::printf("  mean time per solve: %.3f s; seed spread / solver s.e.: %.2f (rms)\n",
-                    cpu / (opt.seeds * n),
+                    cpu / (opt.seeds * (opt.plate_only ? 1 : n)),
                     ratio_terms ? std::sqrt(spread_ratio2 / ratio_terms) : NAN);
         if (opt.plate_row) print_plate_row(ref, s, solves, opt.seeds, opt.precision);
     }

@@ -142,7 +142,12 @@ public:
 
     // Key of a Green's function or x-weight table, written into key (reused, so no allocation once
     // it has grown). Heights that round to one node leave the topmost; equal neighbours merge.
-    // shift: 0.5 rounds each height to the nearest node, a draw u in [0, 1) to floor(h + u).
+    // shift: 0.5 rounds each height to the nearest node and each permittivity to the nearest
+    // step of the stack maximum; a draw u in [0, 1) takes floor(h + u) for heights and floor(e +
+    // u) for permittivities in steps of the largest the key keeps. kept is scratch.
+    static void pack(const std::vector<double>& heights, const std::vector<double>& eps,
+                     double size, double step, std::string& key, double shift,
+                     std::vector<double>& kept);
     static void pack(const std::vector<double>& heights, const std::vector<double>& eps,
                      double size, double step, std::string& key, double shift = 0.5);
     static std::string pack(const std::vector<double>& heights, const std::vector<double>& eps,
@@ -192,6 +197,7 @@ private:
     std::string key_;
     std::vector<int> itf_;
     std::vector<double> eps_;
+    std::vector<double> kept_;
     gft_solver solver_;
 
     // Renormalises the permittivity bytes of key_ so that the largest is 100.

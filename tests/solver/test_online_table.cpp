@@ -58,6 +58,33 @@ TEST(OnlineTableKey, RandomShiftsHoldAnInterfaceWhereItIsInTheMean) {
     EXPECT_EQ(key, bytes({0, 50, 7, 100}));
 }
 
+TEST(OnlineTableKey, RandomShiftsHoldAPermittivityRatioInTheMean) {
+    // 2.7 against 7 in steps of 1/250: 96.43 steps, which the nearest step leaves 0.44% low.
+    const double exact = 2.7 / 7 * 250;
+    double sum = 0;
+    std::string key;
+    for (int j = 0; j < 100; ++j) {
+        online_table_manager::pack({0, 7.3}, {2.7, 7}, 24, 1.0 / 250, key, (j + 0.5) / 100);
+        ASSERT_EQ(key.size(), 4u);
+        EXPECT_EQ(static_cast<unsigned char>(key[3]), 250);
+        sum += static_cast<unsigned char>(key[1]);
+    }
+    EXPECT_NEAR(sum / 100, exact, 0.011);
+    online_table_manager::pack({0, 7.3}, {2.7, 7}, 24, 1.0 / 250, key);
+    EXPECT_EQ(static_cast<unsigned char>(key[1]), 96);
+
+    // The film of 7 above 30 falls outside the box: the steps count from the largest
+    // permittivity the key keeps (4.2 becomes the full byte), not from the stack's.
+    sum = 0;
+    for (int j = 0; j < 100; ++j) {
+        online_table_manager::pack({0, 10, 30}, {2.7, 4.2, 7}, 24, 1.0 / 250, key, (j + 0.5) / 100);
+        ASSERT_EQ(key.size(), 4u);
+        EXPECT_EQ(static_cast<unsigned char>(key[3]), 250);
+        sum += static_cast<unsigned char>(key[1]);
+    }
+    EXPECT_NEAR(sum / 100, 2.7 / 4.2 * 250, 0.011);
+}
+
 // Tables whose first CDF entry tells which key they were stored under.
 PDFGFT tagged(double tag) {
     PDFGFT t;
