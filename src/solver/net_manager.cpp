@@ -1,7 +1,12 @@
 #include "solver/net_manager.h"
 
+#if defined(__AVX2__)
+#include <immintrin.h>
+#endif
+
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <sstream>
 
@@ -242,6 +247,18 @@ void NetManager::index_nets() {
         boxes_.push_back({s->box_left, s->box_right, s->box_bottom, s->box_top,
                           s->kind == Shape::KIND_RECTANGLE ? nullptr : s, n});
         all_rectangles_ = all_rectangles_ && s->kind == Shape::KIND_RECTANGLE;
+    }
+    const std::size_t padded = (boxes_.size() + 3) / 4 * 4;
+    const double inf = std::numeric_limits<double>::infinity();
+    side_left_.assign(padded, inf);
+    side_bottom_.assign(padded, inf);
+    side_right_.assign(padded, -inf);
+    side_top_.assign(padded, -inf);
+    for (std::size_t i = 0; i < boxes_.size(); ++i) {
+        side_left_[i] = boxes_[i].left;
+        side_right_[i] = boxes_[i].right;
+        side_bottom_[i] = boxes_[i].bottom;
+        side_top_[i] = boxes_[i].top;
     }
     if (grid_ready_) build_grid_index();
     build_cell_index();
@@ -538,6 +555,52 @@ NeighborResult NetManager::neighbor(const Vector2D& p, WireNet*& hit, double& r,
     return boundary_step(p, hit, r);
 }
 
+std::ptrdiff_t NetManager::nearest_box(const Vector2D& p, double& r) const {
+    const std::size_t n = side_left_.size();
+    const double *L = side_left_.data(), *R = side_right_.data(), *B = side_bottom_.data(),
+                 *T = side_top_.data();
+    std::ptrdiff_t at = -1;
+#if defined(__AVX2__)
+    // Lane j keeps the first minimum among boxes j, j + 4, ...; the lanes' minima then merge,
+    // equal distances to the lower index, as the scalar loop's strict comparison would.
+    const __m256d x = _mm256_set1_pd(p.x), y = _mm256_set1_pd(p.y);
+    __m256d best = _mm256_set1_pd(r), best_i = _mm256_set1_pd(-1.0);
+    __m256d idx = _mm256_setr_pd(0, 1, 2, 3);
+    const __m256d four = _mm256_set1_pd(4.0);
+    for (std::size_t i = 0; i < n; i += 4) {
+        const __m256d d = _mm256_max_pd(_mm256_max_pd(_mm256_sub_pd(y, _mm256_loadu_pd(T + i)),
+                                                      _mm256_sub_pd(x, _mm256_loadu_pd(R + i))),
+                                        _mm256_max_pd(_mm256_sub_pd(_mm256_loadu_pd(B + i), y),
+                                                      _mm256_sub_pd(_mm256_loadu_pd(L + i), x)));
+        const __m256d nearer = _mm256_cmp_pd(d, best, _CMP_LT_OQ);
+        best = _mm256_blendv_pd(best, d, nearer);
+        best_i = _mm256_blendv_pd(best_i, idx, nearer);
+        idx = _mm256_add_pd(idx, four);
+    }
+    alignas(32) double bd[4], bi[4];
+    _mm256_store_pd(bd, best);
+    _mm256_store_pd(bi, best_i);
+    for (int j = 0; j < 4; ++j) {
+        if (bi[j] < 0) continue;
+        const auto k = static_cast<std::ptrdiff_t>(bi[j]);
+        if (bd[j] < r || (bd[j] == r && at >= 0 && k < at)) {
+            r = bd[j];
+            at = k;
+        }
+    }
+#else
+    for (std::size_t i = 0; i < n; ++i) {
+        const double d =
+            std::max(std::max(p.y - T[i], p.x - R[i]), std::max(B[i] - p.y, L[i] - p.x));
+        if (d < r) {
+            r = d;
+            at = static_cast<std::ptrdiff_t>(i);
+        }
+    }
+#endif
+    return at;
+}
+
 NeighborResult NetManager::scan_all(const Vector2D& p, WireNet*& hit, double& r) const {
     if (all_rectangles_) {
         // Rectangles only: a branch-free running minimum (first net wins ties), then, only when p
@@ -546,16 +609,10 @@ NeighborResult NetManager::scan_all(const Vector2D& p, WireNet*& hit, double& r)
         const NetBox* b = boxes_.data();
         const std::size_t n = boxes_.size();
         double best = r;
-        WireNet* best_net = hit;
-        for (std::size_t i = 0; i < n; ++i) {
-            const double d = chebyshev(b[i], p);
-            const bool nearer = d < best;
-            best = nearer ? d : best;
-            best_net = nearer ? b[i].net : best_net;
-        }
+        const std::ptrdiff_t i = nearest_box(p, best);
         if (best >= GEO_EPS) {
             r = best;
-            hit = best_net;
+            if (i >= 0) hit = b[i].net;
             return NeighborResult::Free;
         }
         for (std::size_t i = 0; i < n; ++i) {

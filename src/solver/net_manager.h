@@ -162,6 +162,12 @@ private:
     };
 
     std::vector<NetBox> boxes_;
+    // The same rectangles by side, padded to a multiple of four with boxes at infinity, for the
+    // vector scan.
+    std::vector<double> side_left_, side_right_, side_bottom_, side_top_;
+    // First nearest of boxes_ strictly nearer than r (its index), or -1: what the scalar running
+    // minimum finds, four boxes at a time where the machine has the vector unit for it.
+    std::ptrdiff_t nearest_box(const Vector2D& p, double& r) const;
     CellAxis cx_, cy_;
     std::vector<std::int32_t> list_start_;  // cells as offsets into list_items_, index y*nx + x
     std::vector<std::int32_t> list_items_;  // indices into boxes_, ascending within a cell

@@ -47,7 +47,7 @@ double thread_seconds() {
     return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
-inline int byte_at(const std::string& key, size_t i) {
+inline int byte_at(std::string_view key, size_t i) {
     return static_cast<unsigned char>(key[i]);
 }
 
@@ -298,17 +298,16 @@ bool online_table_manager::rounds_at_random(const RandGen* rng) {
 }
 
 double online_table_manager::node_shift(RandGen* rng) {
-    return rounds_at_random(rng) ? rng->uniform() : 0.5;
+    return rounds_at_random(rng) ? rng->uniform() : kNearest;
 }
 
-void online_table_manager::pack(const std::vector<double>& heights, const std::vector<double>& eps,
-                                double size, double step, std::string& key, double shift,
-                                std::vector<double>& kept) {
-    key.clear();
+std::size_t online_table_manager::pack(const std::vector<double>& heights,
+                                       const std::vector<double>& eps, double size, double step,
+                                       char* key, double shift) {
     const double cell = size / kNodes;
     const size_t n = heights.size();
-    const bool nearest = shift == 0.5;
-    // shift 0.5 rounds to the nearest node; a uniform shift in [0, 1) rounds up with a chance
+    const bool nearest = shift < 0;
+    // kNearest rounds to the nearest node; a uniform shift in [0, 1) rounds up with a chance
     // equal to the fraction, so that the node is the height in the mean.
     auto node = [cell, shift, nearest](double h) {
         return nearest ? round_half_away(h / cell)
@@ -317,6 +316,7 @@ void online_table_manager::pack(const std::vector<double>& heights, const std::v
     if (nearest) {
         // Permittivities to the nearest step of the stack maximum, merged as they are written.
         const double emax = max_of(eps);
+        std::size_t len = 0;
         // Each height is divided and rounded once: the division is the costliest step of a key.
         size_t i = 0;
         long k = n > 0 ? node(heights[0]) : 0;
@@ -325,51 +325,52 @@ void online_table_manager::pack(const std::vector<double>& heights, const std::v
             long next = k;
             while (t + 1 < n && (next = node(heights[t + 1])) == k) ++t;
             const int q = quantise(eps[t], emax, step);
-            if (key.empty() || byte_at(key, key.size() - 1) != q)
-                append_pair(key, static_cast<int>(k), q);
+            if (len == 0 || static_cast<unsigned char>(key[len - 1]) != q) {
+                key[len++] = static_cast<char>(k);
+                key[len++] = static_cast<char>(q);
+            }
             i = t + 1;
             k = next;
         }
-        return;
+        return len;
     }
     // At random, permittivities are rounded with the same shift, against the largest one the key
     // keeps (which becomes the full byte exactly, so no second rounding follows): a permittivity
     // between two steps then holds its ratio to the others in the mean. Nearest steps left the
     // low-k layer against a thin film 0.44% off in every box, which biased the plate-as-master
     // rows by 0.15% (docs/accuracy.md, E14).
-    kept.clear();
+    // Nodes rise strictly, so a key holds at most one layer per node.
+    char pos[kNodes];
+    double kept[kNodes];
+    int m = 0;
     size_t i = 0;
     long k = n > 0 ? node(heights[0]) : 0;
     while (i < n && k <= kNodes - 1) {
         size_t t = i;
         long next = k;
         while (t + 1 < n && (next = node(heights[t + 1])) == k) ++t;
-        key.push_back(static_cast<char>(k));
-        kept.push_back(eps[t]);
+        pos[m] = static_cast<char>(k);
+        kept[m++] = eps[t];
         i = t + 1;
         k = next;
     }
-    const size_t m = kept.size();
-    const double scale = std::round(1 / step) / max_of(kept);
-    key.resize(2 * m);
-    for (size_t j = m; j-- > 0;) {  // spread positions to pairs from the back: nothing unread lost
-        key[2 * j] = key[j];
-        key[2 * j + 1] = static_cast<char>(static_cast<int>(std::floor(kept[j] * scale + shift)));
+    double emax = m > 0 ? kept[0] : 1.0;
+    for (int j = 1; j < m; ++j) emax = std::max(emax, kept[j]);
+    const double scale = static_cast<double>(round_half_away(1 / step)) / emax;
+    std::size_t len = 0;
+    for (int j = 0; j < m; ++j) {
+        const char q = static_cast<char>(static_cast<int>(std::floor(kept[j] * scale + shift)));
+        if (len > 0 && key[len - 1] == q) continue;
+        key[len++] = pos[j];
+        key[len++] = q;
     }
-    size_t out = 2;
-    for (size_t p = 2; p < key.size(); p += 2) {
-        if (key[p + 1] == key[out - 1]) continue;
-        key[out] = key[p];
-        key[out + 1] = key[p + 1];
-        out += 2;
-    }
-    key.resize(std::min(out, key.size()));
+    return len;
 }
 
 void online_table_manager::pack(const std::vector<double>& heights, const std::vector<double>& eps,
                                 double size, double step, std::string& key, double shift) {
-    std::vector<double> kept;
-    pack(heights, eps, size, step, key, shift, kept);
+    key.resize(kKeyBytes);
+    key.resize(pack(heights, eps, size, step, key.data(), shift));
 }
 
 std::string online_table_manager::pack(const std::vector<double>& heights,
@@ -438,7 +439,7 @@ std::string online_table_manager::pack_avg(const std::vector<double>& heights,
 }
 
 double online_table_manager::get_middle_eps(const std::vector<double>& heights,
-                                            const std::vector<double>& eps, const std::string& key,
+                                            const std::vector<double>& eps, std::string_view key,
                                             double size, double step) {
     if (key.size() < 2) return eps.empty() ? 1.0 : eps[0];
     size_t pair = key.size() - 2;
@@ -468,23 +469,23 @@ double online_table_manager::get_middle_eps(const std::vector<double>& heights,
 
 void online_table_manager::renormalise_key() {
     int mx = 0;
-    for (size_t p = 1; p < key_.size(); p += 2) mx = std::max(mx, byte_at(key_, p));
+    for (size_t p = 1; p < key_.size; p += 2) mx = std::max(mx, key_.at(p));
     const double step = eps_step();
     const int full = static_cast<int>(std::lround(1.0 / step));
     if (mx == full || mx == 0) return;
-    for (size_t p = 1; p < key_.size(); p += 2)
-        key_[p] =
-            static_cast<char>(round_half_away(byte_at(key_, p) / static_cast<double>(mx) / step));
+    for (size_t p = 1; p < key_.size; p += 2)
+        key_.bytes[p] =
+            static_cast<char>(round_half_away(key_.at(p) / static_cast<double>(mx) / step));
 }
 
 void online_table_manager::unpack_key() {
     itf_.clear();
     eps_.clear();
     const double step = eps_step();
-    eps_.push_back(byte_at(key_, 1) * step);
-    for (size_t p = 2; p + 1 < key_.size(); p += 2) {
-        itf_.push_back(byte_at(key_, p));
-        eps_.push_back(byte_at(key_, p + 1) * step);
+    eps_.push_back(key_.at(1) * step);
+    for (size_t p = 2; p + 1 < key_.size; p += 2) {
+        itf_.push_back(key_.at(p));
+        eps_.push_back(key_.at(p + 1) * step);
     }
 }
 
@@ -493,7 +494,7 @@ void online_table_manager::unpack_key() {
 
 template <class T>
 const T* online_table_manager::lookup(table_store<T>& store, gft_solver::solver_code code) {
-    if (const T* hit = store.find(key_)) return hit;
+    if (const T* hit = store.find(key_.view())) return hit;
     const double t0 = thread_seconds();
     unpack_key();
     solver_.solve_pack(code, itf_, eps_);
@@ -504,7 +505,7 @@ const T* online_table_manager::lookup(table_store<T>& store, gft_solver::solver_
         solved = &solver_.wvtz;
     else
         solved = &solver_.wvtx;
-    const T* stored = store.insert(key_, *solved);
+    const T* stored = store.insert(key_.view(), *solved);
     ++counts.solved;
     counts.solve_seconds += thread_seconds() - t0;
     return stored;
@@ -515,10 +516,12 @@ const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
                                             RandGen* rng) {
     ++counts.gft_queries;
     if (eps.size() <= 1) return get_single_gft();
-    pack(heights, eps, size, eps_step(), key_, node_shift(rng), kept_);
-    if (key_.size() < 3) return get_single_gft();
-    // The stack maximum may lie outside the box; the table must not depend on it.
-    renormalise_key();
+    const double shift = node_shift(rng);
+    key_.size = pack(heights, eps, size, eps_step(), key_.bytes, shift);
+    if (key_.size < 3) return get_single_gft();
+    // The stack maximum may lie outside the box; the table must not depend on it. (Random
+    // rounding already counts from the largest permittivity in the box.)
+    if (shift < 0) renormalise_key();
     return lookup(stores_->gft, gft_solver::SOLVE_GFT);
 }
 
@@ -533,15 +536,17 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
     // With the walker's generator the key rounds interfaces at random like the others; the cell
     // averages of pack_avg hold a thin film at a fixed place in its cell, which biased the first
     // hop of wires above thin films (docs/accuracy.md, E12).
-    if (rounds_at_random(rng))
-        pack(heights, eps, size, eps_step(), key_, node_shift(rng), kept_);
-    else
-        pack_avg(heights, eps, size, eps_step(), 1, key_);
+    if (rounds_at_random(rng)) {
+        key_.size = pack(heights, eps, size, eps_step(), key_.bytes, node_shift(rng));
+    } else {
+        pack_avg(heights, eps, size, eps_step(), 1, avg_key_);
+        key_.size = avg_key_.copy(key_.bytes, sizeof key_.bytes);
+    }
     const PDFWVTz* t =
-        key_.size() < 3 ? get_single_wvtz() : lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
+        key_.size < 3 ? get_single_wvtz() : lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
     middle_eps = unit_flux_scale(*t, heights, eps, size);
     if (!(middle_eps > 0 && std::isfinite(middle_eps)))  // a degenerate table: the old guess
-        middle_eps = get_middle_eps(heights, eps, key_, size, eps_step());
+        middle_eps = get_middle_eps(heights, eps, key_.view(), size, eps_step());
     return t;
 }
 
@@ -583,13 +588,13 @@ const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtx();
     }
-    pack(heights, eps, size, eps_step(), key_, node_shift(rng), kept_);
+    key_.size = pack(heights, eps, size, eps_step(), key_.bytes, node_shift(rng));
     // The derivative along the layers is continuous across them, so the flux takes the walker's
     // own permittivity, even where the key rounds a nearby interface onto the centre node.
     middle_eps = eps[0];
     for (size_t i = 1; i < heights.size() && i < eps.size() && heights[i] <= 0.5 * size; ++i)
         middle_eps = eps[i];
-    if (key_.size() < 3) return get_single_wvtx();
+    if (key_.size < 3) return get_single_wvtx();
     return lookup(stores_->wvtx, gft_solver::SOLVE_WVTX);
 }
 

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -140,16 +141,21 @@ public:
         return single_wvtx_;
     }
 
+    // The shift that asks pack for nearest rounding.
+    static constexpr double kNearest = -1;
+    // Longest key: one (position, permittivity) pair per grid node.
+    static constexpr std::size_t kKeyBytes = 2 * gft_solver::NGRID;
+
     // Key of a Green's function or x-weight table, written into key (reused, so no allocation once
     // it has grown). Heights that round to one node leave the topmost; equal neighbours merge.
-    // shift: 0.5 rounds each height to the nearest node and each permittivity to the nearest
+    // shift: kNearest rounds each height to the nearest node and each permittivity to the nearest
     // step of the stack maximum; a draw u in [0, 1) takes floor(h + u) for heights and floor(e +
-    // u) for permittivities in steps of the largest the key keeps. kept is scratch.
+    // u) for permittivities in steps of the largest the key keeps.
     static void pack(const std::vector<double>& heights, const std::vector<double>& eps,
-                     double size, double step, std::string& key, double shift,
-                     std::vector<double>& kept);
-    static void pack(const std::vector<double>& heights, const std::vector<double>& eps,
-                     double size, double step, std::string& key, double shift = 0.5);
+                     double size, double step, std::string& key, double shift = kNearest);
+    // The same into key[0, kKeyBytes); returns the key's length.
+    static std::size_t pack(const std::vector<double>& heights, const std::vector<double>& eps,
+                            double size, double step, char* key, double shift);
     static std::string pack(const std::vector<double>& heights, const std::vector<double>& eps,
                             double size, double step);
     // Key of a z-weight table: a cell holding interfaces gets their series average instead of
@@ -169,7 +175,7 @@ public:
     // Real permittivity at the box centre for a weight key: the true eps of the closest layer that
     // quantises to the centre pair's value, else the dequantised value.
     static double get_middle_eps(const std::vector<double>& heights, const std::vector<double>& eps,
-                                 const std::string& key, double size, double step);
+                                 std::string_view key, double size, double step);
 
     // Writes the stores to dir/<id>X24, <id>Y24, <id>Z24, creating dir (mode 0755) when missing.
     // Failures are reported on standard error and never thrown.
@@ -187,17 +193,24 @@ private:
     static bool round_to_nearest();
     // True when keys round interfaces at random: a generator is given and the switch is off.
     static bool rounds_at_random(const RandGen* rng);
-    // The shift pack takes: a draw of rng when rounds_at_random, else 0.5.
+    // The shift pack takes: a draw of rng when rounds_at_random, else kNearest.
     static double node_shift(RandGen* rng);
 
     table_stores* stores_;
     const PDFGFT* single_gft_ = nullptr;
     const PDFWVTz* single_wvtz_ = nullptr;
     const PDFWVTx* single_wvtx_ = nullptr;
-    std::string key_;
+    // The key being looked up, in a fixed buffer: building it never allocates.
+    struct fixed_key {
+        char bytes[kKeyBytes];
+        std::size_t size = 0;
+        int at(std::size_t i) const { return static_cast<unsigned char>(bytes[i]); }
+        std::string_view view() const { return {bytes, size}; }
+    };
+    fixed_key key_;
+    std::string avg_key_;  // pack_avg's key before it is copied into key_
     std::vector<int> itf_;
     std::vector<double> eps_;
-    std::vector<double> kept_;
     gft_solver solver_;
 
     // Renormalises the permittivity bytes of key_ so that the largest is 100.
