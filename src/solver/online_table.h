@@ -91,11 +91,12 @@ struct table_counts {
 // missing, and counts what it did.
 class online_table_manager {
 public:
-    // Quantisation step of permittivities in keys, as a fraction of the stack maximum: 1/250 (the
+    // Quantisation step of permittivities in keys, as a fraction of the largest: 1/250 (the
     // finest a key byte holds), or the argument store's "RW2D_EPS_STEP" read on the first call,
-    // clamped to [1/250, 0.01]. The coarser 0.01 leaves a low-k layer up to 1.4% off against a
-    // film of about three times its permittivity, which biased the plate-as-master row of
-    // 05_layered_stack by 0.4% (docs/accuracy.md); the finer step costs no time per solve.
+    // clamped to [1/250, 0.01]. Rounded to the nearest step, 0.01 leaves a low-k layer up to 1.4%
+    // off against a film of about three times its permittivity and 1/250 up to 0.44%, which
+    // biased the plate-as-master rows by 0.4% and 0.15%; keys built with the walker's generator
+    // round at random instead, so either step holds the ratios in the mean (docs/accuracy.md).
     static double eps_step();
 
     table_counts counts;
@@ -111,7 +112,8 @@ public:
     // stores. Solves the table when no thread has yet.
     // With rng, each interface goes to one of its two neighbouring grid nodes at random, the upper
     // with a chance equal to its fraction of a cell, so that the tables a walker meets hold the
-    // interface where it is in the mean; without, to the nearest node. Nearest rounding biased
+    // interface where it is in the mean, and each permittivity likewise to one of its two
+    // neighbouring steps; without, to the nearest node and step. Nearest rounding biased
     // boxes whose interfaces sit at like fractions hop after hop, as thin films near a wire's
     // face make them, by up to 0.8% of a capacitance (docs/accuracy.md). The argument store's
     // "RW2D_ROUND_NEAREST" 1 brings the nearest rounding back.
