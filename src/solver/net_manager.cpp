@@ -580,11 +580,13 @@ std::ptrdiff_t NetManager::nearest_box(const Vector2D& p, double& r) const {
     alignas(32) double bd[4], bi[4];
     _mm256_store_pd(bd, best);
     _mm256_store_pd(bi, best_i);
-    for (int j = 0; j < 4; ++j) {  // selects, not branches: which lane wins is a coin toss
+    for (int j = 0; j < 4; ++j) {
+        if (bi[j] < 0) continue;
         const auto k = static_cast<std::ptrdiff_t>(bi[j]);
-        const bool better = k >= 0 && (bd[j] < r || (bd[j] == r && at >= 0 && k < at));
-        r = better ? bd[j] : r;
-        at = better ? k : at;
+        if (bd[j] < r || (bd[j] == r && at >= 0 && k < at)) {
+            r = bd[j];
+            at = k;
+        }
     }
 #else
     for (std::size_t i = 0; i < n; ++i) {

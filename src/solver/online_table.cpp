@@ -504,9 +504,7 @@ void online_table_manager::unpack_key() {
 
 template <class T>
 const T* online_table_manager::lookup(table_store<T>& store, gft_solver::solver_code code) {
-    static_assert(kKeyBytes <= table_store<T>::kBlock);
-    const std::size_t h = store.hash_block(key_.bytes, key_.size);
-    if (const T* hit = store.find_block(key_.bytes, key_.size, h)) return hit;
+    if (const T* hit = store.find(key_.view())) return hit;
     const double t0 = thread_seconds();
     unpack_key();
     solver_.solve_pack(code, itf_, eps_);
@@ -529,7 +527,7 @@ const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
     ++counts.gft_queries;
     if (eps.size() <= 1) return get_single_gft();
     const double shift = node_shift(rng);
-    key_.build([&](char* k) { return pack(heights, eps, size, eps_step(), k, shift); });
+    key_.size = pack(heights, eps, size, eps_step(), key_.bytes, shift);
     if (key_.size < 3) return get_single_gft();
     // The stack maximum may lie outside the box; the table must not depend on it. (Random
     // rounding already counts from the largest permittivity in the box.)
@@ -549,11 +547,10 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
     // averages of pack_avg hold a thin film at a fixed place in its cell, which biased the first
     // hop of wires above thin films (docs/accuracy.md, E12).
     if (rounds_at_random(rng)) {
-        const double shift = node_shift(rng);
-        key_.build([&](char* k) { return pack(heights, eps, size, eps_step(), k, shift); });
+        key_.size = pack(heights, eps, size, eps_step(), key_.bytes, node_shift(rng));
     } else {
         pack_avg(heights, eps, size, eps_step(), 1, avg_key_);
-        key_.build([&](char* k) { return avg_key_.copy(k, kKeyBytes); });
+        key_.size = avg_key_.copy(key_.bytes, sizeof key_.bytes);
     }
     const PDFWVTz* t =
         key_.size < 3 ? get_single_wvtz() : lookup(stores_->wvtz, gft_solver::SOLVE_WVTZ);
@@ -601,8 +598,7 @@ const PDFWVTx* online_table_manager::get_WVTx(const std::vector<double>& heights
         middle_eps = eps.empty() ? 1.0 : eps[0];
         return get_single_wvtx();
     }
-    const double shift = node_shift(rng);
-    key_.build([&](char* k) { return pack(heights, eps, size, eps_step(), k, shift); });
+    key_.size = pack(heights, eps, size, eps_step(), key_.bytes, node_shift(rng));
     // The derivative along the layers is continuous across them, so the flux takes the walker's
     // own permittivity, even where the key rounds a nearby interface onto the centre node.
     middle_eps = eps[0];

@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <mutex>
 #include <set>
 #include <string>
@@ -205,17 +204,8 @@ private:
     const PDFWVTx* single_wvtx_ = nullptr;
     // The key being looked up, in a fixed buffer: building it never allocates.
     struct fixed_key {
-        // Zero past size (the stores compare whole blocks); two spare bytes take pack's last
-        // provisional pair.
-        alignas(8) char bytes[kKeyBytes + 2] = {};
+        char bytes[kKeyBytes];
         std::size_t size = 0;
-        // Builds the key with f(bytes), which returns its size, and clears what it left after.
-        template <class F>
-        void build(F&& f) {
-            std::memset(bytes, 0, sizeof bytes);
-            size = f(bytes);
-            bytes[size] = bytes[size + 1] = 0;
-        }
         int at(std::size_t i) const { return static_cast<unsigned char>(bytes[i]); }
         std::string_view view() const { return {bytes, size}; }
     };

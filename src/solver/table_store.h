@@ -29,18 +29,9 @@ public:
     table_store(const table_store&) = delete;
     table_store& operator=(const table_store&) = delete;
 
-    // Keys up to this long are hashed and compared as one zero-padded block, without a loop whose
-    // length depends on the key.
-    static constexpr std::size_t kBlock = 48;
-
-    // Hash of a key as find and insert use it: eight bytes at a time, each word mixed by one
-    // multiply; a key that fits a block is hashed as its block.
+    // Hash of a key as find and insert use it.
+    // Keys are a few dozen bytes at most: eight at a time, each word mixed by one multiply.
     static std::size_t hash(std::string_view key) {
-        if (key.size() <= kBlock) {
-            alignas(8) char block[kBlock] = {};
-            key.copy(block, key.size());
-            return hash_block(block, key.size());
-        }
         std::uint64_t h = 0x9e3779b97f4a7c15ull ^ key.size();
         const char* p = key.data();
         std::size_t n = key.size();
@@ -48,40 +39,25 @@ public:
         if (n > 0) h = mix(h, load(p, n));
         return static_cast<std::size_t>(h ^ (h >> 29));
     }
-    // The hash of the key held in block[0, size), zero after it.
-    static std::size_t hash_block(const char* block, std::size_t size) {
-        std::uint64_t h = 0x9e3779b97f4a7c15ull ^ size;
-        for (std::size_t i = 0; i < kBlock; i += 8) h = mix(h, load(block + i, 8));
-        return static_cast<std::size_t>(h ^ (h >> 29));
-    }
 
     // Returns the table stored under key (h = hash(key)), or null. No lock, no allocation.
     const T* find(std::string_view key, std::size_t h) const {
-        if (key.size() > kBlock) return find_long(key, h);
-        alignas(8) char block[kBlock] = {};
-        key.copy(block, key.size());
-        return find_block(block, key.size(), h);
-    }
-    const T* find(std::string_view key) const { return find(key, hash(key)); }
-    // The same for a key of size <= kBlock held in block[0, size) with zeros after it.
-    const T* find_block(const char* block, std::size_t size, std::size_t h) const {
         const Slots* s = slots_.load(std::memory_order_acquire);
         for (std::size_t i = h & s->mask;; i = (i + 1) & s->mask) {
             const Entry* e = s->at[i].load(std::memory_order_acquire);
             if (e == nullptr) return nullptr;
-            if (e->hash == h && e->key.size() == size && same_block(e->block, block))
-                return &e->table;
+            if (e->hash == h && e->key == key) return &e->table;
         }
     }
+    const T* find(std::string_view key) const { return find(key, hash(key)); }
 
     // Stores table under key unless the key is already there; returns the stored table.
     const T* insert(std::string_view key, const T& table) {
         const std::size_t h = hash(key);
         std::lock_guard<std::mutex> guard(write_);
         if (const T* there = find(key, h)) return there;
-        entries_.push_back(std::make_unique<Entry>(Entry{std::string(key), h, {}, table}));
-        Entry* e = entries_.back().get();
-        if (key.size() <= kBlock) key.copy(e->block, key.size());
+        entries_.push_back(std::make_unique<Entry>(Entry{std::string(key), h, table}));
+        const Entry* e = entries_.back().get();
         const Slots* s = slots_.load(std::memory_order_relaxed);
         if (2 * entries_.size() > s->mask + 1) {
             auto grown = std::make_unique<Slots>(2 * (s->mask + 1));
@@ -127,24 +103,8 @@ private:
     struct Entry {
         std::string key;
         std::size_t hash;
-        alignas(8) char block[kBlock];  // the key zero-padded, when it fits
         T table;
     };
-
-    // Equal blocks: six words folded into one test.
-    static bool same_block(const char* a, const char* b) {
-        std::uint64_t diff = 0;
-        for (std::size_t i = 0; i < kBlock; i += 8) diff |= load(a + i, 8) ^ load(b + i, 8);
-        return diff == 0;
-    }
-    const T* find_long(std::string_view key, std::size_t h) const {
-        const Slots* s = slots_.load(std::memory_order_acquire);
-        for (std::size_t i = h & s->mask;; i = (i + 1) & s->mask) {
-            const Entry* e = s->at[i].load(std::memory_order_acquire);
-            if (e == nullptr) return nullptr;
-            if (e->hash == h && e->key == key) return &e->table;
-        }
-    }
     struct Slots {
         explicit Slots(std::size_t n) : mask(n - 1), at(new std::atomic<const Entry*>[n]) {
             for (std::size_t i = 0; i < n; ++i) at[i].store(nullptr, std::memory_order_relaxed);
