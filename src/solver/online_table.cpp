@@ -339,40 +339,30 @@ std::size_t online_table_manager::pack(const std::vector<double>& heights,
     // between two steps then holds its ratio to the others in the mean. Nearest steps left the
     // low-k layer against a thin film 0.44% off in every box, which biased the plate-as-master
     // rows by 0.15% (docs/accuracy.md, E14).
-    // Nodes rise, so a key holds at most one layer per node. Both loops run without data-dependent
-    // branches: which heights share a node and which steps repeat is a coin toss at every hop,
-    // and the branches it took were a third of the hop's mispredictions.
-    char pos[kNodes + 1];
-    double kept[kNodes + 1];
+    // Nodes rise strictly, so a key holds at most one layer per node.
+    char pos[kNodes];
+    double kept[kNodes];
     int m = 0;
-    double emax = 0;
-    // The topmost of the heights on one node stands for them; nodes past the box end the key.
-    // Permittivities are positive, so a layer left out adds 0 to the maximum.
-    auto take = [&](size_t i, long k, long next) {
-        const bool keep = k != next && k <= kNodes - 1;
+    size_t i = 0;
+    long k = n > 0 ? node(heights[0]) : 0;
+    while (i < n && k <= kNodes - 1) {
+        size_t t = i;
+        long next = k;
+        while (t + 1 < n && (next = node(heights[t + 1])) == k) ++t;
         pos[m] = static_cast<char>(k);
-        kept[m] = eps[i];
-        emax = std::max(emax, eps[i] * keep);
-        m += keep;
-    };
-    if (n > 0) {
-        long k = node(heights[0]);
-        for (size_t i = 0; i + 1 < n; ++i) {
-            const long next = node(heights[i + 1]);
-            take(i, k, next);
-            k = next;
-        }
-        take(n - 1, k, kNodes);
+        kept[m++] = eps[t];
+        i = t + 1;
+        k = next;
     }
+    double emax = m > 0 ? kept[0] : 1.0;
+    for (int j = 1; j < m; ++j) emax = std::max(emax, kept[j]);
     const double scale = static_cast<double>(round_half_away(1 / step)) / emax;
     std::size_t len = 0;
-    int last = -1;
     for (int j = 0; j < m; ++j) {
-        const int q = static_cast<int>(kept[j] * scale + shift);  // >= 0: truncation is floor
-        key[len] = pos[j];
-        key[len + 1] = static_cast<char>(q);
-        len += q != last ? 2 : 0;  // equal neighbours merge
-        last = q;
+        const char q = static_cast<char>(static_cast<int>(std::floor(kept[j] * scale + shift)));
+        if (len > 0 && key[len - 1] == q) continue;
+        key[len++] = pos[j];
+        key[len++] = q;
     }
     return len;
 }

@@ -280,30 +280,19 @@ struct SurfacePoint {
     int panel;  // index into that face's block
 };
 
-// Entries no draw reaches: the upper half of the panel search for the 12-panel faces.
-constexpr double kNever[gft_solver::NHALF] = {HUGE_VAL, HUGE_VAL, HUGE_VAL, HUGE_VAL,
-                                              HUGE_VAL, HUGE_VAL, HUGE_VAL, HUGE_VAL,
-                                              HUGE_VAL, HUGE_VAL, HUGE_VAL, HUGE_VAL};
-
-// Which face u picks is a coin toss at every hop: the face, its block and the point are chosen by
-// selects, not branches, and the panel search always counts 24 entries (the faces' 12 padded).
 template <class Table>
 inline SurfacePoint draw_surface_point(const Table* t, double u, double v) {
-    constexpr int H = gft_solver::NHALF;
     const online_table_id2offset& offset = online_table_id2offset::instance();
-    // The face values rise: the count of those at or below u is the face (lower, upper, side).
-    const int face = (t->face_cdf[0] <= u) + (t->face_cdf[1] <= u);
-    const double* const lows[3] = {t->lower_cdf, t->upper_cdf, t->side_cdf};
-    const double* const highs[3] = {kNever, kNever, t->side_cdf + H};
-    const double *lo = lows[face], *hi = highs[face];
-    int below = 0;
-    for (int j = 0; j < H; ++j) below += lo[j] < v;
-    for (int j = 0; j < H; ++j) below += hi[j] < v;
-    const int last = H - 1 + H * (face == 2);  // a draw above the last value: the last panel
-    const int j = std::min(below, last);
-    const double o = offset[j];
-    const double tx[3] = {o, o, -1.0}, tz[3] = {-1.0, 1.0, o};
-    return {tx[face], tz[face], face, j};
+    if (t->face_cdf[0] > u) {
+        const int j = first_at_least(t->lower_cdf, v);
+        return {offset[j], -1, 0, j};
+    }
+    if (t->face_cdf[1] > u) {
+        const int j = first_at_least(t->upper_cdf, v);
+        return {offset[j], 1, 1, j};
+    }
+    const int j = first_at_least(t->side_cdf, v);
+    return {-1, offset[j], 2, j};
 }
 
 }  // namespace
