@@ -313,33 +313,8 @@ std::size_t online_table_manager::pack(const std::vector<double>& heights,
         return nearest ? round_half_away(h / cell)
                        : static_cast<std::int64_t>(std::floor(h / cell + shift));
     };
-    if (nearest) {
-        // Permittivities to the nearest step of the stack maximum, merged as they are written.
-        const double emax = max_of(eps);
-        std::size_t len = 0;
-        // Each height is divided and rounded once: the division is the costliest step of a key.
-        size_t i = 0;
-        long k = n > 0 ? node(heights[0]) : 0;
-        while (i < n && k <= kNodes - 1) {
-            size_t t = i;
-            long next = k;
-            while (t + 1 < n && (next = node(heights[t + 1])) == k) ++t;
-            const int q = quantise(eps[t], emax, step);
-            if (len == 0 || static_cast<unsigned char>(key[len - 1]) != q) {
-                key[len++] = static_cast<char>(k);
-                key[len++] = static_cast<char>(q);
-            }
-            i = t + 1;
-            k = next;
-        }
-        return len;
-    }
-    // At random, permittivities are rounded with the same shift, against the largest one the key
-    // keeps (which becomes the full byte exactly, so no second rounding follows): a permittivity
-    // between two steps then holds its ratio to the others in the mean. Nearest steps left the
-    // low-k layer against a thin film 0.44% off in every box, which biased the plate-as-master
-    // rows by 0.15% (docs/accuracy.md, E14).
-    // Nodes rise strictly, so a key holds at most one layer per node.
+    // Nodes rise strictly, so a key holds at most one layer per node: the topmost of the heights
+    // that round to it. Each height is divided and rounded once, the costliest step of a key.
     char pos[kNodes];
     double kept[kNodes];
     int m = 0;
@@ -354,13 +329,21 @@ std::size_t online_table_manager::pack(const std::vector<double>& heights,
         i = t + 1;
         k = next;
     }
-    double emax = m > 0 ? kept[0] : 1.0;
-    for (int j = 1; j < m; ++j) emax = std::max(emax, kept[j]);
+    // Nearest: permittivities to the nearest step of the stack maximum. At random: with the same
+    // shift, against the largest one the key keeps (which becomes the full byte exactly, so no
+    // second rounding follows), so that a permittivity between two steps holds its ratio to the
+    // others in the mean. Nearest steps left the low-k layer against a thin film 0.44% off in
+    // every box, which biased the plate-as-master rows by 0.15% (docs/accuracy.md, E14).
+    double emax = nearest ? max_of(eps) : (m > 0 ? kept[0] : 1.0);
+    if (!nearest)
+        for (int j = 1; j < m; ++j) emax = std::max(emax, kept[j]);
     const double scale = static_cast<double>(round_half_away(1 / step)) / emax;
     std::size_t len = 0;
     for (int j = 0; j < m; ++j) {
-        const char q = static_cast<char>(static_cast<int>(std::floor(kept[j] * scale + shift)));
-        if (len > 0 && key[len - 1] == q) continue;
+        const char q =
+            static_cast<char>(nearest ? quantise(kept[j], emax, step)
+                                      : static_cast<int>(std::floor(kept[j] * scale + shift)));
+        if (len > 0 && key[len - 1] == q) continue;  // equal neighbours merge
         key[len++] = pos[j];
         key[len++] = q;
     }
