@@ -337,7 +337,7 @@ std::size_t online_table_manager::pack(const std::vector<double>& heights,
     double emax = nearest ? max_of(eps) : (m > 0 ? kept[0] : 1.0);
     if (!nearest)
         for (int j = 1; j < m; ++j) emax = std::max(emax, kept[j]);
-    const double scale = static_cast<double>(round_half_away(1 / step)) / emax;
+    const double scale = nearest ? 0 : static_cast<double>(round_half_away(1 / step)) / emax;
     std::size_t len = 0;
     for (int j = 0; j < m; ++j) {
         const char q =
@@ -519,8 +519,9 @@ const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights
     // With the walker's generator the key rounds interfaces at random like the others; the cell
     // averages of pack_avg hold a thin film at a fixed place in its cell, which biased the first
     // hop of wires above thin films (docs/accuracy.md, E12).
-    if (rounds_at_random(rng)) {
-        key_.size = pack(heights, eps, size, eps_step(), key_.bytes, node_shift(rng));
+    const double shift = node_shift(rng);
+    if (shift != kNearest) {
+        key_.size = pack(heights, eps, size, eps_step(), key_.bytes, shift);
     } else {
         pack_avg(heights, eps, size, eps_step(), 1, avg_key_);
         key_.size = avg_key_.copy(key_.bytes, sizeof key_.bytes);

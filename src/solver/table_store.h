@@ -29,8 +29,8 @@ public:
     table_store(const table_store&) = delete;
     table_store& operator=(const table_store&) = delete;
 
-    // Hash of a key as find and insert use it.
-    // Keys are a few dozen bytes at most: eight at a time, each word mixed by one multiply.
+    // Hash of a key as find and insert use it. Keys are a few dozen bytes at most: eight at a
+    // time, each word mixed by one multiply.
     static std::size_t hash(std::string_view key) {
         std::uint64_t h = 0x9e3779b97f4a7c15ull ^ key.size();
         const char* p = key.data();
