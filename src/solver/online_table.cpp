@@ -301,17 +301,32 @@ double online_table_manager::node_shift(RandGen* rng) {
     return rounds_at_random(rng) ? rng->uniform() : kNearest;
 }
 
-std::size_t online_table_manager::pack(const std::vector<double>& heights,
-                                       const std::vector<double>& eps, double size, double step,
-                                       char* key, double shift) {
-    const double cell = size / kNodes;
-    const size_t n = heights.size();
+namespace {
+
+// The stack as the fitter hands it over: heights and permittivities in two vectors.
+struct vector_stack {
+    const std::vector<double>& heights;
+    const std::vector<double>& eps;
+    std::size_t size() const { return heights.size(); }
+    double height(std::size_t j) const { return heights[j]; }
+    double permittivity(std::size_t j) const { return eps[j]; }
+    double largest() const { return max_of(eps); }
+};
+
+// Key building over either kind of stack: the same arithmetic on the same values, so both give
+// the same key byte for byte.
+template <class Stack>
+std::size_t pack_stack(const Stack& stack, double size, double step, char* key, double shift) {
+    const double cell = size / kNodes, per_cell = kNodes / size;
+    const size_t n = stack.size();
     const bool nearest = shift < 0;
     // kNearest rounds to the nearest node; a uniform shift in [0, 1) rounds up with a chance
-    // equal to the fraction, so that the node is the height in the mean.
-    auto node = [cell, shift, nearest](double h) {
+    // equal to the fraction, so that the node is the height in the mean. The random path, the
+    // walker's, multiplies by the reciprocal: the hop waits on this value, and a second division
+    // after the one of the box size was a tenth of a hop's latency.
+    auto node = [cell, per_cell, shift, nearest](double h) {
         return nearest ? round_half_away(h / cell)
-                       : static_cast<std::int64_t>(std::floor(h / cell + shift));
+                       : static_cast<std::int64_t>(std::floor(h * per_cell + shift));
     };
     // Nodes rise strictly, so a key holds at most one layer per node: the topmost of the heights
     // that round to it. Each height is divided and rounded once, the costliest step of a key.
@@ -319,13 +334,13 @@ std::size_t online_table_manager::pack(const std::vector<double>& heights,
     double kept[kNodes];
     int m = 0;
     size_t i = 0;
-    long k = n > 0 ? node(heights[0]) : 0;
+    long k = n > 0 ? node(stack.height(0)) : 0;
     while (i < n && k <= kNodes - 1) {
         size_t t = i;
         long next = k;
-        while (t + 1 < n && (next = node(heights[t + 1])) == k) ++t;
+        while (t + 1 < n && (next = node(stack.height(t + 1))) == k) ++t;
         pos[m] = static_cast<char>(k);
-        kept[m++] = eps[t];
+        kept[m++] = stack.permittivity(t);
         i = t + 1;
         k = next;
     }
@@ -334,7 +349,7 @@ std::size_t online_table_manager::pack(const std::vector<double>& heights,
     // second rounding follows), so that a permittivity between two steps holds its ratio to the
     // others in the mean. Nearest steps left the low-k layer against a thin film 0.44% off in
     // every box, which biased the plate-as-master rows by 0.15% (docs/accuracy.md, E14).
-    double emax = nearest ? max_of(eps) : (m > 0 ? kept[0] : 1.0);
+    double emax = nearest ? stack.largest() : (m > 0 ? kept[0] : 1.0);
     if (!nearest)
         for (int j = 1; j < m; ++j) emax = std::max(emax, kept[j]);
     const double scale = nearest ? 0 : static_cast<double>(round_half_away(1 / step)) / emax;
@@ -348,6 +363,20 @@ std::size_t online_table_manager::pack(const std::vector<double>& heights,
         key[len++] = q;
     }
     return len;
+}
+
+}  // namespace
+
+double layer_stack::largest() const {
+    double m = n > 0 ? eps[0] : 1.0;
+    for (std::size_t j = 1; j < n; ++j) m = std::max(m, eps[j]);
+    return m;
+}
+
+std::size_t online_table_manager::pack(const std::vector<double>& heights,
+                                       const std::vector<double>& eps, double size, double step,
+                                       char* key, double shift) {
+    return pack_stack(vector_stack{heights, eps}, size, step, key, shift);
 }
 
 void online_table_manager::pack(const std::vector<double>& heights, const std::vector<double>& eps,
@@ -494,18 +523,27 @@ const T* online_table_manager::lookup(table_store<T>& store, gft_solver::solver_
     return stored;
 }
 
-const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
-                                            const std::vector<double>& eps, double size,
-                                            RandGen* rng) {
+template <class Stack>
+const PDFGFT* online_table_manager::gft_of(const Stack& stack, double size, RandGen* rng) {
     ++counts.gft_queries;
-    if (eps.size() <= 1) return get_single_gft();
+    if (stack.size() <= 1) return get_single_gft();
     const double shift = node_shift(rng);
-    key_.size = pack(heights, eps, size, eps_step(), key_.bytes, shift);
+    key_.size = pack_stack(stack, size, eps_step(), key_.bytes, shift);
     if (key_.size < 3) return get_single_gft();
     // The stack maximum may lie outside the box; the table must not depend on it. (Random
     // rounding already counts from the largest permittivity in the box.)
     if (shift < 0) renormalise_key();
     return lookup(stores_->gft, gft_solver::SOLVE_GFT);
+}
+
+const PDFGFT* online_table_manager::get_GFT(const std::vector<double>& heights,
+                                            const std::vector<double>& eps, double size,
+                                            RandGen* rng) {
+    return gft_of(vector_stack{heights, eps}, size, rng);
+}
+
+const PDFGFT* online_table_manager::get_GFT(const layer_stack& stack, double size, RandGen* rng) {
+    return gft_of(stack, size, rng);
 }
 
 const PDFWVTz* online_table_manager::get_WVTz(const std::vector<double>& heights,

@@ -74,6 +74,20 @@ private:
     std::set<std::pair<unsigned long, std::string>> loaded_;
 };
 
+// The layers of a box read straight from a structure's boundaries, without copying them: n layers,
+// layer j holding eps[j] and beginning at z[j] - lo, the first at the box bottom (0).
+struct layer_stack {
+    const double* z;
+    const double* eps;
+    double lo;
+    std::size_t n;
+    std::size_t size() const { return n; }
+    double height(std::size_t j) const { return j == 0 ? 0.0 : z[j] - lo; }
+    double permittivity(std::size_t j) const { return eps[j]; }
+    // The largest of the n permittivities; 1 for an empty stack.
+    double largest() const;
+};
+
 // What one manager did: table lookups by kind, and the tables it had to solve and the thread CPU
 // time that took.
 struct table_counts {
@@ -119,6 +133,9 @@ public:
     // "RW2D_ROUND_NEAREST" 1 brings the nearest rounding back.
     const PDFGFT* get_GFT(const std::vector<double>& heights, const std::vector<double>& eps,
                           double size, RandGen* rng = nullptr);
+    // The same for a stack read from the structure: the same key and table as for its copy in
+    // vectors, with the same draws.
+    const PDFGFT* get_GFT(const layer_stack& stack, double size, RandGen* rng);
     // Weight tables of the same box; middle_eps receives the factor the sampled weight is to be
     // scaled by: the permittivity at the box centre for x weights, unit_flux_scale for z weights
     // (the centre's permittivity, corrected for the key's rounding). Every call counts one query.
@@ -221,6 +238,8 @@ private:
     void unpack_key();
     template <class T>
     const T* lookup(table_store<T>& store, gft_solver::solver_code code);
+    template <class Stack>
+    const PDFGFT* gft_of(const Stack& stack, double size, RandGen* rng);
 };
 
 }  // namespace RW2D

@@ -64,6 +64,7 @@ WalkManager::WalkManager(NetManager* n, const Config& config, online_table_manag
       data_dir(config.data_dir),
       media_(&n->media),
       neumann_(n->space.neumann_walls),
+      layered_only_(n->media.layer.media.empty() && n->media.mirror_layer.media.empty()),
       win_left_(n->window->left),
       win_right_(n->window->right),
       win_bottom_(n->window->bottom),
@@ -77,6 +78,10 @@ WalkManager::WalkManager(NetManager* n, const Config& config, online_table_manag
 }
 
 void WalkManager::step(double r) {
+    if (hop_type == HOP_GFT && layered_only_) {
+        layered_hop(r);
+        return;
+    }
     fitter.fit(*media_, position, r, hop_type == HOP_WVT, &rng);
     switch (hop_type) {
         case HOP_WVT:
@@ -177,6 +182,23 @@ void WalkManager::transfer_online_table_gft(double r) {
     }
     position.x += r * ux;
     position.y += r * uy;
+}
+
+void WalkManager::layered_hop(double r) {
+    // Beyond the window the structure continues mirrored, as the fitter sees it.
+    const double depth = -media_->window->chebyshev(position);
+    const MediumLayer& M =
+        r > depth && !media_->mirror_layer.z.empty() ? media_->mirror_layer : media_->layer;
+    const double lo = position.y - r, hi = position.y + r;
+    const auto i = static_cast<std::size_t>(M.search_layer(lo).first);
+    std::size_t n = 1;  // the layer holding lo, then every boundary below hi; guards end the scan
+    while (M.z[i + n] < hi - GEO_EPS) ++n;
+    fitter.direction = 1;
+    const PDFGFT* t =
+        tables.get_GFT(layer_stack{M.z.data() + i, M.eps.data() + i, lo, n}, 2 * r, &rng);
+    const std::array<double, 2> s = online_sampling(t, &rng);
+    position.x += r * s[0];
+    position.y += r * s[1];
 }
 
 void WalkManager::transfer_online_table_wvt(double r) {

@@ -223,3 +223,44 @@ TEST(SolverWalk, FirstHopAlongTheLayersTakesTheWalkersOwnPermittivity) {
     tables.get_WVTx({0.0, 0.2, 0.9}, {4.0, 7.0, 2.7}, 2.0, middle_eps);
     EXPECT_DOUBLE_EQ(middle_eps, 2.7);
 }
+
+TEST(SolverWalk, PlainHopsThroughLayersLandWhereTheFittedBoxSends) {
+    // Where the dielectric is layers alone, plain hops read the stack in place instead of fitting
+    // the box. They must land where the fitted box's table sends a walker, with the same draws:
+    // inside the window, and where the box reaches past it into the mirrored stack.
+    Config c;
+    c.space.neumann_walls = true;
+    NetManager nets(
+        {rect(-0.05, 0.3, 0.05, 0.5), rect(0.3, 0.6, 0.5, 0.75), rect(-2, -0.1, 2, 0.0)},
+        {{0.0, 4.1}, {0.25, 2.7}, {0.27, 5.0}, {0.29, 2.7}, {0.55, 7.0}, {0.57, 3.6}}, {},
+        rect(-2, 0, 2, 2), c.space, c.approx);
+    ASSERT_TRUE(nets.media.layer.media.empty());
+    online_table_manager tables;
+    WalkManager w(&nets, quiet_config(), tables, 5);
+    online_table_fitter fitter;
+    std::mt19937 pick(3);
+    std::uniform_real_distribution<double> x(-2, 2), y(0, 2);
+    int hops = 0, mirrored = 0;
+    while (hops < 3000) {
+        const Vector2D p{x(pick), y(pick)};
+        WireNet* hit = nullptr;
+        double r = 0;
+        if (nets.neighbor(p, hit, r, nullptr, false) == NeighborResult::Absorbed) continue;
+        RandGen ref = w.rng;
+        double size = r;
+        fitter.fit(nets.media, p, size, false, &ref);
+        ASSERT_EQ(size, r);
+        const std::array<double, 2> s =
+            online_sampling(tables.get_GFT(fitter.heights, fitter.eps, 2 * r, &ref), &ref);
+        w.position = p;
+        w.hop_type = HOP_GFT;
+        w.last_net = nullptr;
+        ASSERT_TRUE(w.hop());
+        ASSERT_EQ(w.position.x, p.x + r * s[0]) << p.x << " " << p.y;
+        ASSERT_EQ(w.position.y, p.y + r * s[1]) << p.x << " " << p.y;
+        ASSERT_TRUE(w.rng.engine == ref.engine);
+        mirrored += r > -nets.window->chebyshev(p);
+        ++hops;
+    }
+    EXPECT_GT(mirrored, 100);
+}
