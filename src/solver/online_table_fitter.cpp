@@ -1,6 +1,7 @@
 #include "solver/online_table_fitter.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 #include "solver/rounding.h"
@@ -295,13 +296,19 @@ inline SurfacePoint draw_surface_point(const Table* t, double u, double v) {
     return {-1, offset[j], 2, j};
 }
 
+// v negated when bit is 1, by its sign bit: the bit is a coin toss, which a branch would guess
+// wrong every other hop.
+inline double negated_if(double v, int bit) {
+    return std::bit_cast<double>(std::bit_cast<std::uint64_t>(v) ^ static_cast<std::uint64_t>(bit)
+                                                                       << 63);
+}
+
 }  // namespace
 
 std::array<double, 2> online_sampling(const PDFGFT* t, RandGen* rng) {
     const double u = rng->uniform(), v = rng->uniform();
     SurfacePoint p = draw_surface_point(t, u, v);
-    if (rng->bit()) p.tx = -p.tx;
-    return {p.tx, p.tz};
+    return {negated_if(p.tx, rng->bit()), p.tz};
 }
 
 std::array<double, 3> online_sampling(const PDFWVTz* t, RandGen* rng) {
@@ -309,19 +316,14 @@ std::array<double, 3> online_sampling(const PDFWVTz* t, RandGen* rng) {
     SurfacePoint p = draw_surface_point(t, u, v);
     const double T = t->total_weight;
     const double w = p.face == 0 ? -T : p.face == 1 ? T : (t->side_sign[p.panel] ? T : -T);
-    if (rng->bit()) p.tx = -p.tx;  // the z derivative is even in x
-    return {w, p.tx, p.tz};
+    return {w, negated_if(p.tx, rng->bit()), p.tz};  // the z derivative is even in x
 }
 
 std::array<double, 3> online_sampling(const PDFWVTx* t, RandGen* rng) {
     const double u = rng->uniform(), v = rng->uniform();
     SurfacePoint p = draw_surface_point(t, u, v);
-    double w = -t->total_weight;
-    if (rng->bit()) {  // the x derivative is odd in x
-        p.tx = -p.tx;
-        w = -w;
-    }
-    return {w, p.tx, p.tz};
+    const int b = rng->bit();  // the x derivative is odd in x
+    return {negated_if(-t->total_weight, b), negated_if(p.tx, b), p.tz};
 }
 
 std::array<double, 2> oct_sampling(const PDFGFT* t, std::vector<double>& quarter_eps,
