@@ -35,24 +35,19 @@ inline int first_at_least(const double (&cdf)[N], double v) {
 // Fitting
 
 void online_table_fitter::fill_layers(const MediumLayer& layers, double lo, double hi) {
-    const int i = layers.search_layer(lo).first;
+    const layer_stack s = stack_of(layers, lo, hi);
     heights.clear();
     eps.clear();
-    heights.push_back(0.0);
-    eps.push_back(layers.eps[i]);
-    for (size_t k = static_cast<size_t>(i) + 1; layers.z[k] < hi - GEO_EPS; ++k) {
-        heights.push_back(layers.z[k] - lo);
-        eps.push_back(layers.eps[k]);
+    for (size_t j = 0; j < s.size(); ++j) {
+        heights.push_back(s.height(j));
+        eps.push_back(s.permittivity(j));
     }
 }
 
 void online_table_fitter::fit(const MediumManager& media, const Vector2D& centre, double& size,
                               bool weight_hop, RandGen* rng) {
     const double a = size, x = centre.x, z = centre.y;
-    const double depth = -media.window->chebyshev(centre);
-    // A box reaching beyond the window sees the structure continued by mirroring.
-    const MediumLayer& M =
-        (a > depth && !media.mirror_layer.z.empty()) ? media.mirror_layer : media.layer;
+    const MediumLayer& M = layers_of(media, centre, a);
 
     candidates.clear();
     const double r = 0.98 * a;

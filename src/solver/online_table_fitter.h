@@ -34,6 +34,21 @@ public:
     // Draws from rng only when media lie in the box.
     void fit(const MediumManager& media, const Vector2D& centre, double& size, bool weight_hop,
              RandGen* rng);
+    // The stack a box of half side size around centre sees: the structure's, or its mirrored
+    // continuation where the box reaches past the window. Never fails.
+    static const MediumLayer& layers_of(const MediumManager& media, const Vector2D& centre,
+                                        double size) {
+        const double depth = -media.window->chebyshev(centre);
+        return size > depth && !media.mirror_layer.z.empty() ? media.mirror_layer : media.layer;
+    }
+    // The layers of that stack between lo and hi, read in place: the one holding lo, then one
+    // per boundary below hi (boundaries within 1e-8 of hi left out). Needs the stack's guards.
+    static layer_stack stack_of(const MediumLayer& layers, double lo, double hi) {
+        const auto i = static_cast<std::size_t>(layers.search_layer(lo).first);
+        std::size_t n = 1;
+        while (layers.z[i + n] < hi - GEO_EPS) ++n;
+        return {layers.z.data() + i, layers.eps.data() + i, lo, n};
+    }
     // Sets heights/eps to the z stack of the box and direction to the axis along which the
     // candidates' edges cross the box least.
     void determine_direction(const Vector2D& centre, double size, const MediumLayer& layers);

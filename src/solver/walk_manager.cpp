@@ -185,17 +185,10 @@ void WalkManager::transfer_online_table_gft(double r) {
 }
 
 void WalkManager::layered_hop(double r) {
-    // Beyond the window the structure continues mirrored, as the fitter sees it.
-    const double depth = -media_->window->chebyshev(position);
-    const MediumLayer& M =
-        r > depth && !media_->mirror_layer.z.empty() ? media_->mirror_layer : media_->layer;
-    const double lo = position.y - r, hi = position.y + r;
-    const auto i = static_cast<std::size_t>(M.search_layer(lo).first);
-    std::size_t n = 1;  // the layer holding lo, then every boundary below hi; guards end the scan
-    while (M.z[i + n] < hi - GEO_EPS) ++n;
+    const layer_stack stack = online_table_fitter::stack_of(
+        online_table_fitter::layers_of(*media_, position, r), position.y - r, position.y + r);
     fitter.direction = 1;
-    const PDFGFT* t =
-        tables.get_GFT(layer_stack{M.z.data() + i, M.eps.data() + i, lo, n}, 2 * r, &rng);
+    const PDFGFT* t = tables.get_GFT(stack, 2 * r, &rng);
     const std::array<double, 2> s = online_sampling(t, &rng);
     position.x += r * s[0];
     position.y += r * s[1];
