@@ -322,14 +322,14 @@ std::size_t pack_stack(const Stack& stack, double size, double step, char* key, 
     const bool nearest = shift < 0;
     // kNearest rounds to the nearest node; a uniform shift in [0, 1) rounds up with a chance
     // equal to the fraction, so that the node is the height in the mean. The random path, the
-    // walker's, multiplies by the reciprocal: the hop waits on this value, and a second division
-    // after the one of the box size was a tenth of a hop's latency.
+    // walker's, multiplies by the reciprocal: a hop waits on this value, and a division after
+    // the one of the box size lengthened that wait.
     auto node = [cell, per_cell, shift, nearest](double h) {
         return nearest ? round_half_away(h / cell)
                        : static_cast<std::int64_t>(std::floor(h * per_cell + shift));
     };
     // Nodes rise strictly, so a key holds at most one layer per node: the topmost of the heights
-    // that round to it. Each height is divided and rounded once, the costliest step of a key.
+    // that round to it. Each height is scaled and rounded once, the costliest step of a key.
     char pos[kNodes];
     double kept[kNodes];
     int m = 0;
