@@ -35,7 +35,10 @@ inline int first_at_least(const double (&cdf)[N], double v) {
 // Fitting
 
 void online_table_fitter::fill_layers(const MediumLayer& layers, double lo, double hi) {
-    const layer_stack s = stack_of(layers, lo, hi);
+    copy_stack(stack_of(layers, lo, hi));
+}
+
+void online_table_fitter::copy_stack(const layer_stack& s) {
     heights.clear();
     eps.clear();
     for (size_t j = 0; j < s.size(); ++j) {
@@ -46,6 +49,11 @@ void online_table_fitter::fill_layers(const MediumLayer& layers, double lo, doub
 
 void online_table_fitter::fit(const MediumManager& media, const Vector2D& centre, double& size,
                               bool weight_hop, RandGen* rng) {
+    if (fit_in_place(media, centre, size, weight_hop, rng)) copy_stack(stack);
+}
+
+bool online_table_fitter::fit_in_place(const MediumManager& media, const Vector2D& centre,
+                                       double& size, bool weight_hop, RandGen* rng) {
     const double a = size, x = centre.x, z = centre.y;
     const MediumLayer& M = layers_of(media, centre, a);
 
@@ -74,8 +82,8 @@ void online_table_fitter::fit(const MediumManager& media, const Vector2D& centre
 
     if (candidates.empty()) {
         direction = 1;
-        fill_layers(M, z - a, z + a);
-        return;
+        stack = stack_of(M, z - a, z + a);
+        return true;
     }
 
     const auto where = M.search_layer(z);
@@ -90,13 +98,14 @@ void online_table_fitter::fit(const MediumManager& media, const Vector2D& centre
     } else if (0.2 * a > w) {
         direction = 0;
         oct_pack_sample(centre, a, M, rng);
-        return;
+        return false;
     } else {
         new_size = w;
     }
     size = std::min(new_size, a);
     determine_direction(centre, size, M);
     stratified_pack_sample(centre, size, M, rng);
+    return false;
 }
 
 void online_table_fitter::determine_direction(const Vector2D& centre, double a,

@@ -34,6 +34,13 @@ public:
     // Draws from rng only when media lie in the box.
     void fit(const MediumManager& media, const Vector2D& centre, double& size, bool weight_hop,
              RandGen* rng);
+    // The same, except that where no block lies in the box it returns true with stack set to the
+    // box's layers read in place, and leaves heights and eps as they were: a plain hop keys its
+    // table from the stack without copying it. Returns false after fitting as fit does.
+    bool fit_in_place(const MediumManager& media, const Vector2D& centre, double& size,
+                      bool weight_hop, RandGen* rng);
+    // The box's layers after fit_in_place returned true.
+    layer_stack stack{};
     // The stack a box of half side size around centre sees: the structure's, or its mirrored
     // continuation where the box reaches past the window. Never fails.
     static const MediumLayer& layers_of(const MediumManager& media, const Vector2D& centre,
@@ -73,6 +80,8 @@ private:
     size_t n_strata_ = 0;
 
     void fill_layers(const MediumLayer& layers, double lo, double hi);
+    // Sets heights and eps to the layers of s.
+    void copy_stack(const layer_stack& s);
     // Index of the stratum with key, or of the first with a larger key.
     size_t find_stratum(int64_t key) const;
     // Adds a stratum at key (if missing) that copies its predecessor; returns its index.

@@ -64,7 +64,6 @@ WalkManager::WalkManager(NetManager* n, const Config& config, online_table_manag
       data_dir(config.data_dir),
       media_(&n->media),
       neumann_(n->space.neumann_walls),
-      layered_only_(n->media.layer.media.empty() && n->media.mirror_layer.media.empty()),
       win_left_(n->window->left),
       win_right_(n->window->right),
       win_bottom_(n->window->bottom),
@@ -78,18 +77,17 @@ WalkManager::WalkManager(NetManager* n, const Config& config, online_table_manag
 }
 
 void WalkManager::step(double r) {
-    if (hop_type == HOP_GFT && layered_only_) {
-        layered_hop(r);
-        return;
-    }
-    fitter.fit(*media_, position, r, hop_type == HOP_WVT, &rng);
     switch (hop_type) {
         case HOP_WVT:
+            fitter.fit(*media_, position, r, true, &rng);
             hop_type = HOP_GFT;
             transfer_online_table_wvt(r);
             break;
         case HOP_GFT:
-            transfer_online_table_gft(r);
+            if (fitter.fit_in_place(*media_, position, r, false, &rng))
+                layered_hop(r);
+            else
+                transfer_online_table_gft(r);
             break;
         default:
             Debugger::raise_error("unknown hop type");
@@ -185,10 +183,7 @@ void WalkManager::transfer_online_table_gft(double r) {
 }
 
 void WalkManager::layered_hop(double r) {
-    const layer_stack stack = online_table_fitter::stack_of(
-        online_table_fitter::layers_of(*media_, position, r), position.y - r, position.y + r);
-    fitter.direction = 1;
-    const PDFGFT* t = tables.get_GFT(stack, 2 * r, &rng);
+    const PDFGFT* t = tables.get_GFT(fitter.stack, 2 * r, &rng);
     const std::array<double, 2> s = online_sampling(t, &rng);
     position.x += r * s[0];
     position.y += r * s[1];

@@ -81,7 +81,6 @@ public:
 private:
     const MediumManager* media_;
     bool neumann_;
-    bool layered_only_;  // the structure's dielectric is layers alone, no blocks
     double win_left_, win_right_, win_bottom_, win_top_;
 
     void fold() {
@@ -91,8 +90,8 @@ private:
     }
     // Fits the box around position and makes the hop of the present type.
     void step(double r);
-    // A plain hop of half side r through layers alone: what fitting the box and
-    // transfer_online_table_gft do there, the stack read in place instead of copied.
+    // A plain hop of half side r through a box of layers alone, from the fitter's stack read in
+    // place: what transfer_online_table_gft does with the same layers copied.
     void layered_hop(double r);
 };
 
