@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,6 +22,11 @@ inline const std::string kStack = KARVEN_SOURCE_DIR "/examples/stack.ctf";
 inline std::string readFile(const fs::path& p) {
     std::ifstream in(p, std::ios::binary);
     return std::string((std::istreambuf_iterator<char>(in)), {});
+}
+
+inline size_t countLines(const fs::path& p) {
+    const std::string text = readFile(p);
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
 class ToolTest : public testing::Test {
@@ -62,6 +68,15 @@ protected:
         std::string command = "exec timeout 240";
         for (const std::string& a : argv) command += " '" + a + "'";
         return sh(command);
+    }
+
+    // The tool's arguments on the example stack, writing `out` (in the test's folder) with the
+    // parameter file `params`, then `extra`.
+    std::vector<std::string> args(const std::string& out, const std::string& params,
+                                  std::vector<std::string> extra) {
+        extra.insert(extra.begin(), {KARVEN_BINARY, "-i", kStack, "-o", (dir / out).string(),
+                                     "--param-json", params});
+        return extra;
     }
 
     fs::path dir;

@@ -45,7 +45,7 @@ const std::string kStructureRun = R"({"Random": {"structure_input": "s.jsonl", "
 const std::string kNested = std::string(100000, '[') + std::string(100000, ']');
 
 // One case per check the tool makes. Arguments use $S for the example stack, $D
-// for the folder.
+// for the folder (the shell expands them).
 const std::vector<Case> kCases = {
     // The technology file.
     {'a', "-i $D/none.ctf -o out.jsonl", 1, "[FATAL] Can not open CTF file"},
@@ -124,8 +124,6 @@ TEST_F(Cli, EveryBadInputFailsWithItsMessageAndLeavesTheOldOutput) {
         if (c.kind != 'a')
             write(c.kind == 'c' ? "t.ctf" : c.kind == 's' ? "s.jsonl" : "p.json", c.input);
         if (c.kind == 's') write("p.json", kStructureRun);
-        for (size_t at; (at = args.find("$D")) != std::string::npos;)
-            args.replace(at, 2, dir.string());
         EXPECT_EQ(karven(args), c.status) << log;
         EXPECT_NE(log.find(c.message), std::string::npos) << log;
         EXPECT_EQ(log.find("terminate called"), std::string::npos) << log;

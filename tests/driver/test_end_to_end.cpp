@@ -11,28 +11,12 @@
 
 using namespace driver_test;
 
-namespace {
-
-class EndToEnd : public ToolTest {
-protected:
-    // Runs the tool on `ctf` with the parameter file `params` and `options`, writing out/s.jsonl;
-    // returns its exit status.
-    int runTool(const std::string& ctf, const std::string& params, const std::string& options) {
-        write("params.json", params);
-        return sh("exec timeout 240 \"$K\" -i " + ctf +
-                  " -o out/s.jsonl --param-json params.json " + options);
-    }
-};
-
-}  // namespace
+using EndToEnd = ToolTest;
 
 TEST_F(EndToEnd, ExampleStackGivesSymmetricZeroSumMatricesInCompactLines) {
-    ASSERT_EQ(runTool("$S",
-                      R"({"Random": {"nsamples": 2, "poisson_lambda": 2,
-                                     "window": 10.0, "conductor_window": 4.0}})",
-                      "-p 0.04 -n 2"),
-              0)
-        << log;
+    const std::string params = write("p.json", R"({"Random": {"nsamples": 2, "poisson_lambda": 2,
+                                                  "window": 10.0, "conductor_window": 4.0}})");
+    ASSERT_EQ(run(args("out/s.jsonl", params, {"-p", "0.04", "-n", "2"})), 0) << log;
     EXPECT_NE(log.find("Total solve count: 2, elapsed time: "), std::string::npos) << log;
 
     std::istringstream in(readFile(dir / "out/s.jsonl"));
@@ -78,10 +62,10 @@ TEST_F(EndToEnd, PlateAcrossTheWindowGivesTheParallelPlateCapacitance) {
     // Centre x, centre height, width, thickness: the plate spans the 10 um window.
     write("plate.jsonl", R"({"conductors": [[0.0, 1.25, 10.0, 0.5]], "layers": ["M1"]})"
                          "\n");
-    ASSERT_EQ(
-        runTool("plate.ctf", R"({"Random": {"window": 10.0, "structure_input": "plate.jsonl"}})",
-                "-p 0.005 -n 1"),
-        0)
+    write("p.json", R"({"Random": {"window": 10.0, "structure_input": "plate.jsonl"}})");
+    ASSERT_EQ(sh("exec timeout 240 \"$K\" -i plate.ctf -o out/s.jsonl --param-json p.json "
+                 "-p 0.005 -n 1"),
+              0)
         << log;
     const auto s = nlohmann::json::parse(readFile(dir / "out/s.jsonl"));
     ASSERT_EQ(s["size"], 2);

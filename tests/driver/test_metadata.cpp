@@ -24,23 +24,16 @@ constexpr uint64_t kWalkBatch = 1000;
 
 class Metadata : public ToolTest {
 protected:
-    // The arguments of a coarse one-thread run writing `out` with the parameters `params`.
-    std::vector<std::string> args(const std::string& out, const std::string& params,
-                                  std::vector<std::string> extra = {}) {
-        std::vector<std::string> a = {KARVEN_BINARY,        "-i",           kStack, "-o",
-                                      (dir / out).string(), "--param-json", params};
-        for (const char* s : {"-p", "0.05", "-n", "1", "--seed", "3"}) a.push_back(s);
-        a.insert(a.end(), extra.begin(), extra.end());
-        return a;
+    // A coarse one-thread run writing `out` with the parameters `params`.
+    std::vector<std::string> coarse(const std::string& out, const std::string& params,
+                                    std::vector<std::string> extra = {}) {
+        extra.insert(extra.end(), {"-p", "0.05", "-n", "1", "--seed", "3"});
+        return args(out, params, extra);
     }
     // The digest as the system's own tool computes it, not through the tool's code.
     std::string sha256sum(const std::string& path) {
         EXPECT_EQ(sh("sha256sum \"" + path + "\""), 0) << log;
         return log.substr(0, log.find(' '));
-    }
-    size_t lineCount(const std::string& out) {
-        const std::string text = readFile(dir / out);
-        return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
     }
 };
 
@@ -57,13 +50,10 @@ TEST(MetadataText, TimesAreIsoUtcAndThePathSitsBesideTheOutput) {
         << KARVEN::toolVersion();
 }
 
-TEST(MetadataText, AFailedWriteLeavesNoFileBehind) {
-    const fs::path folder =
-        fs::path(testing::TempDir()) / ("karven_meta_missing_" + std::to_string(getpid()));
-    fs::remove_all(folder);
-    const std::string out = (folder / "s.jsonl").string();
-    EXPECT_THROW(KARVEN::writeMetadata(out, json::object()), KARVEN::FatalError);
-    EXPECT_FALSE(fs::exists(folder));
+TEST_F(Metadata, AFailedWriteLeavesNoFileBehind) {
+    EXPECT_THROW(KARVEN::writeMetadata((dir / "missing/s.jsonl").string(), json::object()),
+                 KARVEN::FatalError);
+    EXPECT_FALSE(fs::exists(dir / "missing"));
 }
 
 // Each run: its parameters, its shard k of n, and the lines of its sample file.
@@ -98,7 +88,7 @@ TEST_F(Metadata, RecordMatchesTheRunItDescribes) {
         const std::string out = std::string(c.name) + ".jsonl";
         std::vector<std::string> extra;
         if (c.n > 1) extra = {"--shard", std::to_string(c.k) + "/" + std::to_string(c.n)};
-        const std::vector<std::string> argv = args(out, param_path, extra);
+        const std::vector<std::string> argv = coarse(out, param_path, extra);
         ASSERT_EQ(run(argv), 0) << log;
 
         const json meta = json::parse(readFile(dir / (out + ".meta.json")));
@@ -137,7 +127,7 @@ TEST_F(Metadata, RecordMatchesTheRunItDescribes) {
         EXPECT_NEAR(meta["layers"][0]["z_bottom"].get<double>(), 0.30, 1e-12);
         EXPECT_NEAR(meta["layers"][0]["z_top"].get<double>(), 0.43, 1e-12);
 
-        EXPECT_EQ(lineCount(out), c.samples);
+        EXPECT_EQ(countLines(dir / out), c.samples);
         // One wire and the plate per sample, the plate's row derived from the wire's: one solve
         // each, and again for a redrawn sample. One walker per solve, which stops only after whole
         // batches; every walk hops once at least.
@@ -175,7 +165,7 @@ TEST_F(Metadata, AFailedRunWritesNoRecordAndKeepsAnOlderOne) {
     const std::string good = write(
         "good.json",
         R"({"Random": {"nsamples": 1, "poisson_lambda": 0, "window": 10, "conductor_window": 4}})");
-    ASSERT_EQ(run(args("s.jsonl", good)), 0) << log;
+    ASSERT_EQ(run(coarse("s.jsonl", good)), 0) << log;
     const std::string older = readFile(dir / "s.jsonl.meta.json");
     ASSERT_FALSE(older.empty());
 
@@ -196,7 +186,7 @@ TEST_F(Metadata, AFailedRunWritesNoRecordAndKeepsAnOlderOne) {
         // Over the finished run, and on an output never written.
         const std::string fresh = "fresh" + std::to_string(k++) + ".jsonl";
         for (const std::string& out : {std::string("s.jsonl"), fresh}) {
-            EXPECT_EQ(run(args(out, params)), 1) << log;
+            EXPECT_EQ(run(coarse(out, params)), 1) << log;
             EXPECT_NE(log.find(f.message), std::string::npos) << log;
         }
         EXPECT_EQ(readFile(dir / "s.jsonl.meta.json"), older);

@@ -17,9 +17,8 @@ protected:
     }
     // Runs the tool into <name>.jsonl with the given cache option; returns its metadata.
     nlohmann::json runWith(const std::string& name, const std::string& cache) {
-        EXPECT_EQ(run({KARVEN_BINARY, "-i", kStack, "-p", "0.04", "-n", "2", "--param-json",
-                       (dir / "p.json").string(), "-o", (dir / (name + ".jsonl")).string(),
-                       "--table-cache", cache}),
+        EXPECT_EQ(run(args(name + ".jsonl", (dir / "p.json").string(),
+                           {"-p", "0.04", "-n", "2", "--table-cache", cache})),
                   0)
             << log;
         return nlohmann::json::parse(readFile(dir / (name + ".jsonl.meta.json")));

@@ -50,9 +50,9 @@ protected:
             throw;
         }
     }
-    // Reads `text` as a job file named `name` into `t`; returns the reader's result.
-    bool readJob(const std::string& text, Task& t, const std::string& name = "job.cmd") {
-        const std::string path = write(name, text);
+    // Reads `text` as a job file into `t`; returns the reader's result.
+    bool readJob(const std::string& text, Task& t) {
+        const std::string path = write("job.cmd", text);
         return logged([&] { return TextParser::parseDravixCmd(path.c_str(), t); });
     }
     std::filesystem::path dir;

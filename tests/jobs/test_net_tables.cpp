@@ -1,18 +1,12 @@
 // The net name file and the port table: comments, first-wins numbers, the port filter rules.
-#include <gtest/gtest.h>
-
 #include <map>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "jobs_test_util.h"
 
 using NetNames = std::map<std::int32_t, std::string>;
-
-namespace {
-class NetTables : public jobs_test::JobFileTest {};
-}  // namespace
+using NetTables = jobs_test::JobFileTest;
 
 TEST_F(NetTables, NetNamesFirstLineForANumberWinsAndAOneWordLineThrows) {
     NetNames names = {{99, "stale"}};

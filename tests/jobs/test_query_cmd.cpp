@@ -1,11 +1,8 @@
 // The query command file: the write forms in any case, response blocks, paths relative to the file,
 // and the malformed files that throw, with what the checked form reports for them; no truncated
 // file makes a checked reader throw.
-#include <gtest/gtest.h>
-
 #include <map>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "jobs_test_util.h"

@@ -15,6 +15,7 @@
 
 #include "patterns/derived.h"
 #include "patterns/generic.h"
+#include "runtime/failure.h"
 #include "technology/minictf.h"
 
 namespace ptest {
@@ -78,6 +79,17 @@ std::string quiet(F&& fn) {
     return testing::internal::GetCapturedStdout();
 }
 
+// The message of the FatalError that `fn` threw, or "no error"; any other exception fails the test.
+template <class F>
+std::string errorOf(F&& fn) {
+    try {
+        fn();
+    } catch (const KARVEN::FatalError& e) {
+        return e.what();
+    }
+    return "no error";
+}
+
 // A stand-in field solver: coupling falls off as exp(-gap) with the gap to the master, so rows are
 // symmetric and sum to zero without noise, and every variance is 1e-8.
 inline std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
@@ -100,7 +112,8 @@ inline std::vector<double> falloffSolver(const std::vector<KARVEN::Rect>& wires,
 }
 
 // Random samples over six usable metal layers of growing width in one dielectric, written to a
-// folder of the test's own, with the stand-in solver and seed 7 unless told otherwise.
+// folder of the test's own, with `solver` (the stand-in unless a test sets another) and seed 7
+// unless told otherwise.
 class SampleRuns : public testing::Test {
 protected:
     void SetUp() override {
@@ -125,12 +138,13 @@ protected:
         family.long_run.resume = resume;
         return quiet([&] {
             count = family.populate((dir / file).string(), ctf, params,
-                                    {threads, 0.005, true, seed}, falloffSolver);
+                                    {threads, 0.005, true, seed}, solver);
         });
     }
 
     MCTF::MiniCTF ctf;
     std::filesystem::path dir;
+    KARVEN::FieldSolver solver = falloffSolver;
     int count = 0;
 };
 

@@ -1,11 +1,6 @@
 // The 24 generic families: each family's cross-section for one tuple, worked out by hand from
 // the family table, and the grids they sweep.
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <map>
-#include <sstream>
-#include <string>
 
 #include "pattern_test_util.h"
 #include "patterns/families.h"

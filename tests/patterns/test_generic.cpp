@@ -1,11 +1,5 @@
 // The pattern model (coats, flattening, factory), usable layers, layer combinations, the
 // parameter file's sweeps and the order of the points of a sweep.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <stdexcept>
-#include <string>
-
 #include "pattern_test_util.h"
 
 using ptest::StubFamily;

@@ -1,16 +1,10 @@
 // Random damage to the parameter object and to structure lines: every variant must either run or
 // stop with a FatalError, never with another exception, a crash or a hang. Runs with a stand-in
 // solver, so each variant costs microseconds.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 #include <random>
 
 #include "pattern_test_util.h"
-#include "patterns/derived.h"
 #include "patterns/parameters.h"
-#include "runtime/failure.h"
 
 namespace fs = std::filesystem;
 using KARVEN::json;

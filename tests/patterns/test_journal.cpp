@@ -1,18 +1,9 @@
 // Long runs: shard ranges, the digest naming the technology file, the journal that a run keeps
 // beside its output, resuming from it, and merging shard files. The family runs here use a
 // stand-in field solver, so a run of a few samples takes milliseconds.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <filesystem>
-#include <fstream>
-
 #include "pattern_test_util.h"
-#include "patterns/derived.h"
 #include "patterns/digest.h"
 #include "patterns/journal.h"
-#include "runtime/failure.h"
 
 namespace fs = std::filesystem;
 using KARVEN::json;
@@ -106,19 +97,9 @@ TEST(JournalHeader, DifferencesThatChangeSamplesAreFoundAndPathsAreNot) {
 
 namespace {
 
+using ptest::errorOf;
 using ptest::lines;
 using ptest::writeLines;
-
-// What `fn` threw, or "no error".
-template <class F>
-std::string errorOf(F&& fn) {
-    try {
-        fn();
-    } catch (const std::exception& e) {
-        return e.what();
-    }
-    return "no error";
-}
 
 // One whole run of nine samples with several wires each, so that the normal law of the positions
 // is used, to compare shards and resumed runs with.
@@ -230,18 +211,11 @@ TEST_F(LongRuns, ResumeKeepsJournalSamplesAndDrawsOnlyTheRest) {
 TEST_F(LongRuns, ASolverErrorOnAWorkerReachesTheCallerAndNoFileIsWritten) {
     writeLines(dir / "one.jsonl", {R"({"conductors": [[0, 0.6, 0.1, 0.2]], "layers": ["M1"]})"});
     const json structure = {{"structure_input", (dir / "one.jsonl").string()}, {"window", 30.0}};
+    solver = [](auto&&...) -> std::vector<double> {
+        throw KARVEN::FatalError("Error: the solve failed");
+    };
     for (const json& p : {params, structure}) {
-        KARVEN::Random family;
-        auto failing = [](auto&&...) -> std::vector<double> {
-            throw KARVEN::FatalError("Error: the solve failed");
-        };
-        EXPECT_EQ(errorOf([&] {
-                      ptest::quiet([&] {
-                          family.populate((dir / "f.jsonl").string(), ctf, p, {2, 0.005, true, 7},
-                                          failing);
-                      });
-                  }),
-                  "Error: the solve failed");
+        EXPECT_EQ(errorOf([&] { run(p, "f.jsonl", 0, 1, false, 2); }), "Error: the solve failed");
         EXPECT_FALSE(fs::exists(dir / "f.jsonl"));
         fs::remove(dir / "f.jsonl.journal");
     }

@@ -1,9 +1,4 @@
 // Pattern solving against scripted solvers, and the row constraint on its own.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-
 #include "pattern_test_util.h"
 #include "patterns/solving.h"
 
@@ -57,30 +52,9 @@ std::pair<bool, std::string> constrain(Matrix& c, double tol, const Matrix* var 
 
 }  // namespace
 
-TEST_F(Solving, FullMatrixPutsEachRowInPatternOrder) {
-    // Symmetric with zero row sums: the constraint changes nothing, so any mix-up of rows or
-    // columns by the master swaps shows.
-    Matrix K{{6, -1, -2, -3}, {-1, 5, -1.5, -2.5}, {-2, -1.5, 4.5, -1}, {-3, -2.5, -1, 6.5}};
-    auto original = pattern.conductors;
-    auto r = KARVEN::solveFullMatrix(
-        30.0, pattern, ctf, {},
-        knowing(original, K, Matrix(4, std::vector<double>(4, 1e-6)), true, false));
-    EXPECT_EQ(r.first, original);
-    ASSERT_EQ(r.second.size(), 16u);
-    for (size_t i = 0; i < 16; ++i) EXPECT_NEAR(r.second[i], K[i / 4][i % 4], 1e-12) << i;
-
-    // n + 1 values (no variances): plain means, though these variances would favour -1.
-    original.resize(2);
-    pattern.conductors = original;  // the first solve moved the conductors into its result
-    r = KARVEN::solveFullMatrix(
-        30.0, pattern, ctf, {1, 0.5, true, 1},
-        knowing(original, {{3, -1}, {-2, 3}}, {{1, 1e-9}, {1, 1}}, false, true),
-        KARVEN::PlateRow::Solved);
-    EXPECT_EQ(r.second, (std::vector<double>{1.5, -1.5, -1.5, 1.5}));
-}
-
-TEST_F(Solving, PlateRowIsTheWiresColumnUnlessSolved) {
-    // Not symmetric: the plate's own solve (last row) disagrees with the wires' column.
+TEST_F(Solving, RowsInPatternOrderAndThePlateRowIsTheWiresColumnUnlessSolved) {
+    // The plate's own solve (last row) disagrees with the wires' column; the wire rows are
+    // symmetric and distinct, so any mix-up of rows or columns by the master swaps shows.
     Matrix K{{6, -1, -2, -3}, {-1, 5, -1.5, -2.5}, {-2, -1.5, 4.5, -1}, {-4, -3, -2, 9}};
     Matrix V(4, std::vector<double>(4, 1e-6));
     V[0][3] = 3e-6;  // weights 1/4 for K[0][3] and 3/4 for K[3][0] when the plate is solved
@@ -97,17 +71,17 @@ TEST_F(Solving, PlateRowIsTheWiresColumnUnlessSolved) {
     };
 
     auto derived = KARVEN::solveFullMatrix(30.0, pattern, ctf, {}, spy);
+    EXPECT_EQ(derived.first, original);
     ASSERT_EQ(masters.size(), 3u);  // the plate is never a master
     EXPECT_EQ(std::count(masters.begin(), masters.end(), original[3]), 0);
-    // Plate row = column: -3, -2.5, -1, and the diagonal closes the row (6.5).
-    for (size_t j = 0; j < 3; ++j) {
-        EXPECT_DOUBLE_EQ(at(derived, 3, j), K[j][3]);
-        EXPECT_DOUBLE_EQ(at(derived, j, 3), K[j][3]);
-    }
-    EXPECT_DOUBLE_EQ(at(derived, 3, 3), 6.5);
+    // Plate row = column: -3, -2.5, -1, and the diagonal closes the row (6.5); the constraint
+    // changes nothing else.
+    K[3] = {-3, -2.5, -1, 6.5};
+    ASSERT_EQ(derived.second.size(), 16u);
+    for (size_t i = 0; i < 16; ++i) EXPECT_DOUBLE_EQ(derived.second[i], K[i / 4][i % 4]) << i;
 
     masters.clear();
-    pattern.conductors = original;
+    pattern.conductors = original;  // the first solve moved the conductors into its result
     auto solved = KARVEN::solveFullMatrix(30.0, pattern, ctf, {}, spy, KARVEN::PlateRow::Solved);
     ASSERT_EQ(masters.size(), 4u);
     EXPECT_EQ(masters[3], original[3]);
@@ -115,6 +89,14 @@ TEST_F(Solving, PlateRowIsTheWiresColumnUnlessSolved) {
     EXPECT_DOUBLE_EQ(at(solved, 3, 1), -2.75);
     EXPECT_DOUBLE_EQ(at(solved, 3, 2), -1.5);
     EXPECT_DOUBLE_EQ(at(solved, 3, 3), 3.75 + 2.75 + 1.5);
+
+    // n + 1 values (no variances): plain means, though these variances would favour -1.
+    pattern.conductors = {original[0], original[1]};
+    const auto plain = KARVEN::solveFullMatrix(
+        30.0, pattern, ctf, {1, 0.5, true, 1},
+        knowing(pattern.conductors, {{3, -1}, {-2, 3}}, {{1, 1e-9}, {1, 1}}, false, true),
+        KARVEN::PlateRow::Solved);
+    EXPECT_EQ(plain.second, (std::vector<double>{1.5, -1.5, -1.5, 1.5}));
 }
 
 TEST(DerivePlateRow, ColumnWithVariancesAndZeroRowSum) {

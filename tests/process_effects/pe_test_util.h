@@ -1,9 +1,8 @@
-// Shared helpers of the process-effect tests: polygon builders and a seeded integer source.
+// Shared helpers of the process-effect tests: polygon builders.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
-#include <random>
 
 #include "process_effects/layout_polygon.h"
 
@@ -24,14 +23,5 @@ inline LayoutPolygon cat(LayoutPolygon a, const LayoutPolygon& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
 }
-
-// Uniform integers in [a, b] from one seeded engine.
-struct Rng {
-    std::mt19937 engine;
-    explicit Rng(unsigned seed) : engine(seed) {}
-    int32_t operator()(int32_t a, int32_t b) {
-        return std::uniform_int_distribution<int32_t>(a, b)(engine);
-    }
-};
 
 }  // namespace pe_test

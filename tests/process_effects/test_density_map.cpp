@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <random>
 #include <vector>
 
 #include "pe_test_util.h"
@@ -146,7 +147,10 @@ TEST(DensityMap, WindowsByHand) {
 // Independent truth: each cell's density is the exact union area of the rectangles in its window,
 // counted cell by cell on the grid of their edges, over the window's area.
 TEST(DensityMap, RectangleUnionsExactlyAsCounted) {
-    pe_test::Rng uni(23);
+    std::mt19937 engine(23);
+    auto uni = [&](int32_t a, int32_t b) {
+        return std::uniform_int_distribution<int32_t>(a, b)(engine);
+    };
     for (int trial = 0; trial < 10; ++trial) {
         const int32_t left = uni(-100, 100), bottom = uni(-100, 100);
         DensityMap map(uni(20, 60), uni(0, 150), left, bottom, left + 299, bottom + 199,

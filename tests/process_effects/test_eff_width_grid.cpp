@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <memory>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "pe_test_util.h"
@@ -58,32 +60,27 @@ std::unique_ptr<EffWidthGrid> gridOf(const LayoutPolygonSet& polys, int32_t expa
 }
 
 // Away from saturation the grid gives back the drawn width and spacing: each pitch divides the 5 um
-// window, so every window holds whole periods.
-TEST(EffWidthGrid, LineArraysGiveTheirWidthAndSpacing) {
-    for (const auto& [w, s] :
-         std::vector<std::pair<int32_t, int32_t>>{{100, 150}, {50, 200}, {300, 200}, {90, 160}})
-        for (bool vertical : {true, false}) {
-            const auto g = gridOf(lineArray(w, s, vertical), 10);
-            for (int32_t j = 3; j < 97; j += 3)
-                for (int32_t i = 3; i < 97; i += 5) {
-                    ASSERT_NEAR(g->getEffWidth(i, j), w, 1e-9 * w) << w << "/" << s;
-                    ASSERT_NEAR(g->getEffSpacing(i, j), s, 1e-9 * s) << w << "/" << s;
-                }
-        }
-}
-
-// Squares grow in area quadratically: the parabola's double root is where the side vanishes, so the
-// width is the side a, and the spacing (1 - d0) a / d0 with d0 = a^2 / p^2.
-TEST(EffWidthGrid, SquareArrayTakesTheQuadraticBranch) {
+// window, so every window holds whole periods. Squares of side a at pitch p grow in area
+// quadratically: the parabola's double root is where the side vanishes, so the width is a, and the
+// spacing (1 - d0) a / d0 with d0 = a^2 / p^2.
+TEST(EffWidthGrid, RegularArraysGiveTheirWidthAndSpacing) {
+    std::vector<std::tuple<LayoutPolygonSet, double, double, double>> cases;  // and the tolerance
+    for (auto [w, s] : {std::pair{100, 150}, {50, 200}, {300, 200}, {90, 160}})
+        for (bool vertical : {true, false})
+            cases.emplace_back(lineArray(w, s, vertical), w, s, 1e-9);
     const int32_t a = 200, p = 500;
     LayoutPolygonSet squares;
     for (int32_t x = -20000; x < 120000; x += p)
         for (int32_t y = -20000; y < 120000; y += p) squares.push_back(rect(x, y, x + a, y + a));
-    const auto g = gridOf(squares, 10);
-    const double spacing = (double(p) * p - double(a) * a) / a;
-    for (int32_t k = 3; k < 97; k += 7) {
-        EXPECT_NEAR(g->getEffWidth(k, 100 - k), a, 1e-3 * a);
-        EXPECT_NEAR(g->getEffSpacing(k, 100 - k), spacing, 1e-3 * spacing);
+    cases.emplace_back(squares, a, (double(p) * p - double(a) * a) / a, 1e-3);
+    for (const auto& [polys, w, s, tolerance] : cases) {
+        SCOPED_TRACE(std::to_string(w) + " / " + std::to_string(s));
+        const auto g = gridOf(polys, 10);
+        for (int32_t j = 3; j < 97; j += 3)
+            for (int32_t i = 3; i < 97; i += 5) {
+                ASSERT_NEAR(g->getEffWidth(i, j), w, tolerance * w) << i << "," << j;
+                ASSERT_NEAR(g->getEffSpacing(i, j), s, tolerance * s) << i << "," << j;
+            }
     }
 }
 

@@ -23,10 +23,8 @@ TEST(DspfWriter, WritesHeadNetsAndInstancesInItsDialect) {
     // A and B as in the network tests. Skipped: a ground net and a net without a name. C: the
     // same port twice (one port line) and pins of a bipolar and a MOS device.
     std::vector<RNetwork> nets = rtest::smallDesign();
-    nets.resize(6);
-    nets[3] = rtest::fromEdges(1, {});
+    nets.resize(6, rtest::fromEdges(1, {}));
     nets[3].name = "x__signalGND";
-    nets[4] = rtest::fromEdges(1, {});
     nets[4].name = "";
     nets[5] = rtest::fromEdges(4, {{0, 2, 1}, {1, 3, 1}, {2, 3, 1}});
     for (auto& p : nets[5].nodes) p.first *= 1000;

@@ -47,18 +47,6 @@ double exact_dx(double a) {
            series(a, 2, [](double k) { return k / L * std::cos(k / 2) / 2 / std::cosh(k / 2); });
 }
 
-// Probability of panel j of each block from a table in cdf form (blocks stand for two halves or
-// two side faces, hence the halving of the face group's share).
-double lower_p(const gft_solver::PDFGFT& t, int j) {
-    return t.face_cdf[0] / 2 * (t.lower_cdf[j] - (j ? t.lower_cdf[j - 1] : 0));
-}
-double upper_p(const gft_solver::PDFGFT& t, int j) {
-    return (t.face_cdf[1] - t.face_cdf[0]) / 2 * (t.upper_cdf[j] - (j ? t.upper_cdf[j - 1] : 0));
-}
-double side_p(const gft_solver::PDFGFT& t, int j) {
-    return (t.face_cdf[2] - t.face_cdf[1]) / 2 * (t.side_cdf[j] - (j ? t.side_cdf[j - 1] : 0));
-}
-
 // Probability of panel j of block face (0 lower, 1 upper, 2 side) of any table in cdf form, for
 // one of the two panels the block stands for (two halves of a face, or the two side faces).
 template <class T>
@@ -68,20 +56,21 @@ double block_p(const T& t, int face, int j) {
     return share / 2 * (cdf[j] - (j ? cdf[j - 1] : 0));
 }
 
-// Potential of a layered medium with unit flux: phi(z) = integral from 12 to z of dz/eps. It
-// solves the layered problem exactly (continuous, eps*phi' continuous) and is linear in each cell.
-double layered_phi(const std::vector<int>& itf, const std::vector<double>& eps, double z) {
+// Potential of a layered medium with unit flux, zero at the centre of a box of height `top`:
+// phi(z) = integral from top/2 to z of dz/eps. It solves the layered problem exactly (continuous,
+// eps*phi' continuous) and is linear in each cell. eps[i] lies below bounds[i], the last above.
+template <class V>
+double layered_phi(const V& bounds, const std::vector<double>& eps, double top, double z) {
     auto from_zero = [&](double t) {
         double s = 0, lo = 0;
-        for (size_t i = 0; i <= itf.size(); ++i) {
-            const double hi = i < itf.size() ? itf[i] : L;
-            const double b = std::min(hi, t);
-            if (b > lo) s += (b - lo) / eps[i];
+        for (size_t i = 0; i <= bounds.size(); ++i) {
+            const double hi = i < bounds.size() ? bounds[i] : top;
+            if (std::min(hi, t) > lo) s += (std::min(hi, t) - lo) / eps[i];
             lo = hi;
         }
         return s;
     };
-    return from_zero(z) - from_zero(12);
+    return from_zero(z) - from_zero(top / 2);
 }
 
 struct Stack {
@@ -110,17 +99,13 @@ TEST(GftSolverHomogeneous, FaceSharesAndPanelsMatchTheHarmonicMeasureOfTheSquare
     EXPECT_NEAR(t.face_cdf[1], 0.5, 1e-12);
     EXPECT_EQ(t.face_cdf[2], 1.0);
     // Panels hold the exact panel integrals; 8 modes with decay 1/cosh(m pi/2) leave < 1e-10 out.
-    for (int j = 0; j < 12; ++j) {
-        const double exact = exact_probability(j);
-        EXPECT_NEAR(lower_p(t, j), exact, 1e-8 * exact) << j;
-        EXPECT_NEAR(upper_p(t, j), exact, 1e-8 * exact) << j;
-    }
     for (int j = 0; j < 24; ++j) {
-        EXPECT_NEAR(side_p(t, j), exact_probability(j), 1e-8 * exact_probability(j)) << j;
-        EXPECT_NEAR(side_p(t, j), side_p(t, 23 - j), 1e-15) << j;
+        EXPECT_NEAR(block_p(t, 2, j), exact_probability(j), 1e-8 * exact_probability(j)) << j;
+        EXPECT_NEAR(block_p(t, 2, j), block_p(t, 2, 23 - j), 1e-15) << j;
+        const double panel = exact_probability(j % 12);  // j < 12: the lower block, else the upper
+        EXPECT_NEAR(block_p(t, j / 12, j % 12), panel, 1e-8 * panel) << j;
     }
-    EXPECT_DOUBLE_EQ(t.lower_cdf[11], 1.0);
-    EXPECT_DOUBLE_EQ(t.side_cdf[23], 1.0);
+    for (double v : {t.lower_cdf[11], t.upper_cdf[11], t.side_cdf[23]}) EXPECT_DOUBLE_EQ(v, 1.0);
 }
 
 TEST(GftSolverHomogeneous, WeightsMatchTheDerivativeKernels) {
@@ -128,13 +113,14 @@ TEST(GftSolverHomogeneous, WeightsMatchTheDerivativeKernels) {
     g.solve_single();
     // Exact total magnitude: faces across z carry |u_z| kernels, faces across x (by the 90 degree
     // turn) |u_x| kernels, each on two faces of two halves; the same sum serves both tables.
-    double total = 0;
-    for (int j = 0; j < 12; ++j) total += 4 * std::fabs(exact_dz(j)) + 4 * std::fabs(exact_dx(j));
+    double total = 0, lower = 0;
+    for (int j = 0; j < 12; ++j) {
+        lower += 2 * std::fabs(exact_dz(j));
+        total += 4 * std::fabs(exact_dz(j)) + 4 * std::fabs(exact_dx(j));
+    }
     // The total scales every first-hop weight, so any error in it is a bias of every capacitance.
     EXPECT_NEAR(g.wvtz.total_weight, total, 1e-8 * total);
     EXPECT_NEAR(g.wvtx.total_weight, total, 1e-8 * total);
-    double lower = 0;
-    for (int j = 0; j < 12; ++j) lower += 2 * std::fabs(exact_dz(j));
     EXPECT_NEAR(g.wvtz.face_cdf[0], lower / total, 1e-8);
 
     // The sign on the side: a unit potential low on a side face pulls the field down.
@@ -215,12 +201,12 @@ TEST_P(GftSolverUniformAcrossAnInterface, TablesMatchTheHomogeneousSquare) {
     // down too often.
     EXPECT_NEAR(t.face_cdf[0], 0.25, 1e-9);
     EXPECT_NEAR(t.face_cdf[1], 0.5, 1e-9);
-    for (int j = 0; j < 12; ++j) EXPECT_NEAR(upper_p(t, j), exact_probability(j), 1e-8) << j;
+    for (int j = 0; j < 12; ++j) EXPECT_NEAR(block_p(t, 1, j), exact_probability(j), 1e-8) << j;
     // The side's shape is the 24-cell scheme's: a few percent next to the interface node, a
     // quarter short on the small panels at the corners.
     for (int j = 0; j < 24; ++j) {
         const double tolerance = (j < 2 || j > 21) ? 0.3 : 0.05;
-        EXPECT_NEAR(side_p(t, j), exact_probability(j), tolerance * exact_probability(j)) << j;
+        EXPECT_NEAR(block_p(t, 2, j), exact_probability(j), tolerance * exact_probability(j)) << j;
     }
 
     auto u = [](double x, double z) { return 0.8 * x - 1.3 * z; };
@@ -237,16 +223,15 @@ TEST(GftSolverLayered, ContrastDrawsTheWalkerIntoTheHigherPermittivity) {
     const auto& t = up.gft;
     EXPECT_GT(t.face_cdf[1] - t.face_cdf[0], 2 * t.face_cdf[0]);
     double low = 0, high = 0;
-    for (int j = 0; j < 12; ++j) low += side_p(t, j), high += side_p(t, 23 - j);
+    for (int j = 0; j < 12; ++j) low += block_p(t, 2, j), high += block_p(t, 2, 23 - j);
     EXPECT_GT(high, 2 * low);
     for (double v : {t.lower_cdf[11], t.upper_cdf[11], t.side_cdf[23]}) EXPECT_NEAR(v, 1.0, 1e-12);
     // The mirrored stack gives the mirrored table.
     EXPECT_NEAR(down.gft.face_cdf[0], t.face_cdf[1] - t.face_cdf[0], 1e-9);
-    for (int j = 0; j < 12; ++j) {
-        EXPECT_NEAR(lower_p(down.gft, j), upper_p(t, j), 1e-9);
-        EXPECT_NEAR(upper_p(down.gft, j), lower_p(t, j), 1e-9);
+    for (int j = 0; j < 24; ++j) {
+        EXPECT_NEAR(block_p(down.gft, 2, j), block_p(t, 2, 23 - j), 1e-9) << j;
+        EXPECT_NEAR(block_p(down.gft, j / 12, j % 12), block_p(t, 1 - j / 12, j % 12), 1e-9) << j;
     }
-    for (int j = 0; j < 24; ++j) EXPECT_NEAR(side_p(down.gft, j), side_p(t, 23 - j), 1e-9) << j;
 }
 
 // Exact statements for any layered box: probabilities sum to 1, the x weights give 1 on the
@@ -269,7 +254,7 @@ TEST_P(GftSolverIdentities, RawTablesReproduceLayeredPotentials) {
     g.find_GFT();
     g.find_WVTz();
     g.find_WVTx();
-    const double phi_lo = layered_phi(s.itf, s.eps, 0), phi_hi = layered_phi(s.itf, s.eps, L);
+    const double phi_lo = layered_phi(s.itf, s.eps, L, 0), phi_hi = layered_phi(s.itf, s.eps, L, L);
     double p = 0, pphi = 0, wz = 0, wzabs = 0, wzphi = 0, wx = 0;
     for (int j = 0; j < 12; ++j) {
         p += 2 * (g.gft.lower_cdf[j] + g.gft.upper_cdf[j]);
@@ -281,7 +266,7 @@ TEST_P(GftSolverIdentities, RawTablesReproduceLayeredPotentials) {
         wx += 2 * (g.wvtx.lower_cdf[j] + g.wvtx.upper_cdf[j]) * x;
     }
     for (int j = 0; j < 24; ++j) {
-        const double phi = layered_phi(s.itf, s.eps, j + 0.5);
+        const double phi = layered_phi(s.itf, s.eps, L, j + 0.5);
         p += 2 * g.gft.side_cdf[j];
         pphi += 2 * g.gft.side_cdf[j] * phi;
         wz += 2 * g.wvtz.side_cdf[j];
@@ -331,32 +316,19 @@ TEST_P(FirstHopFlux, ZWeightsGiveTheUnitFluxOfTheTrueStack) {
     const LayeredBox& b = GetParam();
     RW2D::table_stores stores;
     RW2D::online_table_manager m(stores);
-    auto phi = [&b](double z) {  // integral from the centre, z = 1
-        auto from0 = [&b](double t) {
-            double s = 0, lo = 0;
-            for (size_t i = 0; i <= b.bounds.size(); ++i) {
-                const double hi = i < b.bounds.size() ? b.bounds[i] : 2.0;
-                if (std::min(hi, t) > lo) s += (std::min(hi, t) - lo) / b.eps[i];
-                lo = hi;
-            }
-            return s;
-        };
-        return from0(z) - from0(1.0);
-    };
     // The fitter's stack: heights from the box bottom, first 0, then the bounds inside the box.
-    std::vector<double> heights{0.0}, eps{b.eps[0]};
-    for (size_t i = 0; i < b.bounds.size(); ++i) {
-        heights.push_back(b.bounds[i]);
-        eps.push_back(b.eps[i + 1]);
-    }
+    std::vector<double> heights{0.0};
+    heights.insert(heights.end(), b.bounds.begin(), b.bounds.end());
     // The cell-average key, then keys with the interfaces rounded at random: whatever the key
     // holds, the scale must give the true stack's unit flux.
     RW2D::RandGen rng(5);
     for (RW2D::RandGen* r : {static_cast<RW2D::RandGen*>(nullptr), &rng, &rng, &rng}) {
         double scale = 0;
-        const gft_solver::PDFWVTz* t = m.get_WVTz(heights, eps, 2.0, scale, r);
+        const gft_solver::PDFWVTz* t = m.get_WVTz(heights, b.eps, 2.0, scale, r);
         ASSERT_NE(t, nullptr);
-        const double flux = scale * weighted_mean(*t, [&](double, double z) { return phi(1 + z); });
+        const double flux = scale * weighted_mean(*t, [&](double, double z) {
+                                return layered_phi(b.bounds, b.eps, 2, 1 + z);
+                            });
         EXPECT_NEAR(flux, 1.0, 1e-9) << b.name;
         // A constant potential carries no flux.
         EXPECT_NEAR(scale * weighted_mean(*t, [](double, double) { return 1.0; }), 0.0, 1e-9);

@@ -1,6 +1,5 @@
-// The object language: its scanner's token stream and quirks, the keyword count, each statement
-// form, constants and arithmetic, name reuse, error counting, the parser stack's limit, and
-// successive parses in one process.
+// The object language: an unreadable file's fatal error, and each statement form with its
+// constants and arithmetic.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,7 +8,6 @@
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "runtime/failure.h"
 #include "solver/object_language.h"
@@ -18,16 +16,10 @@ namespace {
 
 using RW2D::Object;
 
-std::string write_temp(const std::string& stem, const std::string& text) {
-    const std::string path =
-        testing::TempDir() + "objlang_" + stem + "_" + std::to_string(getpid()) + ".txt";
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-}
-
 // Parses a text; its standard output goes to *out when given.
 std::pair<int, Object**> parse_text(const std::string& text, std::string* out = nullptr) {
-    const std::string path = write_temp("parse", text);
+    const std::string path = testing::TempDir() + "objlang_" + std::to_string(getpid()) + ".txt";
+    std::ofstream(path, std::ios::binary) << text;
     testing::internal::CaptureStdout();
     const auto result = RW2D::parse_objects(path);
     std::fflush(stdout);

@@ -1,27 +1,23 @@
 // Keys, lookups, the shared store and the table files.
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "solver/online_table.h"
 
 namespace {
 
-using RW2D::online_table_manager;
-using RW2D::PDFGFT;
-using RW2D::PDFWVTx;
-using RW2D::PDFWVTz;
-using RW2D::table_store;
-using RW2D::table_stores;
+using namespace RW2D;
 
 std::string bytes(std::initializer_list<int> b) {
     std::string s;
@@ -44,45 +40,33 @@ TEST(OnlineTableKey, PackRoundsToNodesAndMergesEqualNeighbours) {
     EXPECT_EQ(online_table_manager::pack({0, 0.3, 30}, {1, 2, 3}, 24, 0.01), bytes({0, 67}));
 }
 
-TEST(OnlineTableKey, RandomShiftsHoldAnInterfaceWhereItIsInTheMean) {
-    // One cell per unit: the interface at 7.3 rounds to node 7, or to 8 for three shifts in ten.
-    double sum = 0;
+TEST(OnlineTableKey, RandomShiftsHoldInterfacesAndPermittivityRatiosInTheMean) {
+    // {heights, eps, eps step, the key byte that moves with the shift, its mean, the key unshifted}
+    using Case =
+        std::tuple<std::vector<double>, std::vector<double>, double, int, double, std::string>;
+    const Case cases[] = {
+        // One cell per unit: 7.3 rounds to node 7, or to 8 for three shifts in ten.
+        {{0, 7.3}, {1, 2}, 0.01, 2, 7.3, bytes({0, 50, 7, 100})},
+        // 2.7 against 7 in steps of 1/250: 96.43 steps, which the nearest step leaves 0.44% low.
+        {{0, 7.3}, {2.7, 7}, 1.0 / 250, 1, 2.7 / 7 * 250, bytes({0, 96, 7, 250})},
+        // The film of 7 above 30 falls outside the box: shifted, the steps count from the largest
+        // permittivity the key keeps (4.2 becomes the full byte); unshifted, from the stack's 7.
+        {{0, 10, 30}, {2.7, 4.2, 7}, 1.0 / 250, 1, 2.7 / 4.2 * 250, bytes({0, 96, 10, 150})},
+    };
     std::string key;
-    for (int j = 0; j < 100; ++j) {
-        online_table_manager::pack({0, 7.3}, {1, 2}, 24, 0.01, key, (j + 0.5) / 100);
-        ASSERT_EQ(key.size(), 4u);
-        sum += static_cast<unsigned char>(key[2]);
+    for (const auto& [heights, eps, step, byte, mean, unshifted] : cases) {
+        SCOPED_TRACE(mean);
+        double sum = 0;
+        for (int j = 0; j < 100; ++j) {
+            online_table_manager::pack(heights, eps, 24, step, key, (j + 0.5) / 100);
+            ASSERT_EQ(key.size(), 4u);
+            EXPECT_EQ(static_cast<unsigned char>(key[3]), std::lround(1 / step));
+            sum += static_cast<unsigned char>(key[byte]);
+        }
+        EXPECT_NEAR(sum / 100, mean, 0.011);
+        online_table_manager::pack(heights, eps, 24, step, key);
+        EXPECT_EQ(key, unshifted);
     }
-    EXPECT_NEAR(sum / 100, 7.3, 0.011);
-    online_table_manager::pack({0, 7.3}, {1, 2}, 24, 0.01, key);
-    EXPECT_EQ(key, bytes({0, 50, 7, 100}));
-}
-
-TEST(OnlineTableKey, RandomShiftsHoldAPermittivityRatioInTheMean) {
-    // 2.7 against 7 in steps of 1/250: 96.43 steps, which the nearest step leaves 0.44% low.
-    const double exact = 2.7 / 7 * 250;
-    double sum = 0;
-    std::string key;
-    for (int j = 0; j < 100; ++j) {
-        online_table_manager::pack({0, 7.3}, {2.7, 7}, 24, 1.0 / 250, key, (j + 0.5) / 100);
-        ASSERT_EQ(key.size(), 4u);
-        EXPECT_EQ(static_cast<unsigned char>(key[3]), 250);
-        sum += static_cast<unsigned char>(key[1]);
-    }
-    EXPECT_NEAR(sum / 100, exact, 0.011);
-    online_table_manager::pack({0, 7.3}, {2.7, 7}, 24, 1.0 / 250, key);
-    EXPECT_EQ(static_cast<unsigned char>(key[1]), 96);
-
-    // The film of 7 above 30 falls outside the box: the steps count from the largest
-    // permittivity the key keeps (4.2 becomes the full byte), not from the stack's.
-    sum = 0;
-    for (int j = 0; j < 100; ++j) {
-        online_table_manager::pack({0, 10, 30}, {2.7, 4.2, 7}, 24, 1.0 / 250, key, (j + 0.5) / 100);
-        ASSERT_EQ(key.size(), 4u);
-        EXPECT_EQ(static_cast<unsigned char>(key[3]), 250);
-        sum += static_cast<unsigned char>(key[1]);
-    }
-    EXPECT_NEAR(sum / 100, 2.7 / 4.2 * 250, 0.011);
 }
 
 // Tables whose first CDF entry tells which key they were stored under.

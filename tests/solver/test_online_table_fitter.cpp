@@ -41,14 +41,12 @@ TEST(OnlineTableFitter, EmptyBoxTakesTheLayersAndDrawsNothing) {
     EXPECT_TRUE(f.candidates.empty());
     EXPECT_TRUE(rng.engine == before.engine);
     // A box whose bottom is on a boundary starts with the layer above it.
-    size = 1;
-    f.fit(s.media, {0, 6}, size, true, &rng);
-    EXPECT_EQ(f.heights, (std::vector<double>{0}));
-    EXPECT_EQ(f.eps, (std::vector<double>{3}));
-    size = 1;
-    f.fit(s.media, {0, 9}, size, true, &rng);
-    EXPECT_EQ(f.heights, (std::vector<double>{0}));
-    EXPECT_EQ(f.eps, (std::vector<double>{2}));
+    for (const auto& [y, eps] : {std::pair{6.0, 3.0}, {9.0, 2.0}}) {
+        size = 1;
+        f.fit(s.media, {0, y}, size, true, &rng);
+        EXPECT_EQ(f.heights, (std::vector<double>{0}));
+        EXPECT_EQ(f.eps, (std::vector<double>{eps}));
+    }
 }
 
 TEST(OnlineTableFitter, BlockBesideTheCentreGivesAStackAlongX) {
@@ -99,12 +97,9 @@ TEST(OnlineTableSampling, GreenDrawsFollowTheHarmonicMeasure) {
     int lower = 0, upper = 0, left = 0, right = 0, centre_pair = 0, mirror = 0;
     for (int i = 0; i < kDraws; ++i) {
         const auto [tx, tz] = online_sampling(t, &rng);
-        if (tz == -1) ++lower;
-        if (tz == 1) ++upper;
-        if (tx == -1) ++left;
-        if (tx == 1) ++right;
-        if (tz == -1 && std::fabs(std::fabs(tx) - 1.0 / 24) < 1e-12) ++centre_pair;
-        if (tz == -1 && tx > 0) ++mirror;
+        lower += tz == -1, upper += tz == 1, left += tx == -1, right += tx == 1;
+        centre_pair += tz == -1 && std::fabs(std::fabs(tx) - 1.0 / 24) < 1e-12;
+        mirror += tz == -1 && tx > 0;
     }
     // Each face 1/4 (sigma ~ 0.001); the two panels at the middle of a face carry 2 x 0.017319
     // of the exact harmonic measure from the centre (the series of the square, see the table
@@ -160,27 +155,16 @@ TEST(OnlineTableSampling, QuarterDrawsWeighTheQuartersByPermittivity) {
     const PDFGFT* t = m.get_single_gft();
     RandGen rng(77);
     std::vector<double> q;
-    int lower_right = 0, right_lower = 0, lower_left = 0, left_lower = 0, other = 0;
+    int count[4] = {};  // lower face right, right face low, lower face left, left face low
     for (int i = 0; i < kDraws; ++i) {
         q = {1, 3, 0, 0};
         const auto [tx, tz] = oct_sampling(t, q, &rng);
-        if (tz == -1 && tx > 0)
-            ++lower_right;
-        else if (tx == 1 && tz < 0)
-            ++right_lower;
-        else if (tz == -1 && tx < 0)
-            ++lower_left;
-        else if (tx == -1 && tz < 0)
-            ++left_lower;
-        else
-            ++other;
+        ASSERT_TRUE(tz == -1 || (std::fabs(tx) == 1 && tz < 0)) << tx << " " << tz;
+        ++count[(tx < 0) * 2 + (tz != -1)];
     }
     EXPECT_EQ(q, (std::vector<double>{0.25, 1, 1, 1}));
-    EXPECT_EQ(other, 0);
-    EXPECT_NEAR(lower_right / double(kDraws), 0.375, 0.005);
-    EXPECT_NEAR(right_lower / double(kDraws), 0.375, 0.005);
-    EXPECT_NEAR(lower_left / double(kDraws), 0.125, 0.005);
-    EXPECT_NEAR(left_lower / double(kDraws), 0.125, 0.005);
+    const double share[] = {0.375, 0.375, 0.125, 0.125};
+    for (int k = 0; k < 4; ++k) EXPECT_NEAR(count[k] / double(kDraws), share[k], 0.005) << k;
 }
 
 }  // namespace

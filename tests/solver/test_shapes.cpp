@@ -5,12 +5,10 @@
 
 #include <cmath>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "runtime/failure.h"
-#include "solver/config.h"
 #include "solver/shapes.h"
 
 namespace karven_test {

@@ -1,8 +1,6 @@
-// Structure files: the quad reader, object order, the ref text of a file, the file route of the
-// solver against the in-memory route, and the directory run.
+// Structure files: the file route of the solver against the in-memory route.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -10,27 +8,15 @@
 #include <fstream>
 #include <map>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include "solver/config.h"
 #include "solver/mc_manager.h"
 #include "solver/net_manager.h"
-#include "solver/parser.h"
 
 namespace {
 
-using RW2D::Object;
 using RW2D::Rectangle;
-
-// A path of this test run's own.
-std::string tmp(const std::string& leaf) {
-    return testing::TempDir() + "karven_st_" + std::to_string(getpid()) + "_" + leaf;
-}
-
-void write(const std::string& path, const std::string& text) {
-    std::ofstream(path) << text;
-}
 
 // Two wires over one full-width layer of 3.9; the second conductor is listed first by name.
 const char* kTwoWires =
@@ -42,8 +28,8 @@ const char* kTwoWires =
 }  // namespace
 
 TEST(StructureText, FileAndMemoryRoutesAgreeWithinErrorBars) {
-    const std::string path = tmp("cap.txt");
-    write(path, kTwoWires);
+    const std::string path = testing::TempDir() + "karven_st_" + std::to_string(getpid()) + ".txt";
+    std::ofstream(path) << kTwoWires;
     RW2D::Config c;
     c.mc.precision = 0.02;
     c.report_named = true;

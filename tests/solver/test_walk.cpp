@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <random>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "solver/config.h"
@@ -67,7 +69,10 @@ TEST(SolverWalk, NeumannReflectFoldsLikeATriangleWave) {
 
 TEST(SolverWalk, StartPointsLieOnTheGaussianSidesInProportionToTheirLength) {
     // Master 1 x 0.5, a neighbour 1 to the right: margin 0.5, Gaussian rectangle
-    // [-0.5, 1.5] x [-0.5, 1.0]: bottom and top 2 long, left and right 1.5.
+    // [-0.5, 1.5] x [-0.5, 1.0]: bottom and top 2 long, left and right 1.5. By direction (right,
+    // left, top, bottom): the side's fixed coordinate and its share of the contour 7.
+    const double at[] = {0, 1.5, -0.5, 1.0, -0.5},
+                 share[] = {0, 1.5 / 7, 1.5 / 7, 2.0 / 7, 2.0 / 7};
     NetManager nets = make_nets({rect(0, 0, 1, 0.5), rect(2, 0, 3, 0.5)}, rect(-10, -10, 10, 10));
     RandGen rng(5);
     int count[5] = {0, 0, 0, 0, 0};
@@ -76,65 +81,38 @@ TEST(SolverWalk, StartPointsLieOnTheGaussianSidesInProportionToTheirLength) {
         NormDir dir;
         const WalkPoint p = nets.sample(dir, &rng);
         ASSERT_EQ(p.weight, 1.0);
-        const double x = p.point.x, y = p.point.y;
-        switch (dir) {
-            case NORM_Y_NEG:
-                ASSERT_EQ(y, -0.5);
-                ASSERT_TRUE(x >= -0.5 && x <= 1.5);
-                break;
-            case NORM_Y_POS:
-                ASSERT_EQ(y, 1.0);
-                ASSERT_TRUE(x >= -0.5 && x <= 1.5);
-                break;
-            case NORM_X_NEG:
-                ASSERT_EQ(x, -0.5);
-                ASSERT_TRUE(y >= -0.5 && y <= 1.0);
-                break;
-            case NORM_X_POS:
-                ASSERT_EQ(x, 1.5);
-                ASSERT_TRUE(y >= -0.5 && y <= 1.0);
-                break;
-            default:
-                FAIL() << "direction " << dir;
-        }
+        ASSERT_TRUE(dir >= NORM_X_POS && dir <= NORM_Y_NEG) << dir;
+        const bool vertical = dir == NORM_X_POS || dir == NORM_X_NEG;
+        const double across = vertical ? p.point.x : p.point.y,
+                     along = vertical ? p.point.y : p.point.x;
+        ASSERT_EQ(across, at[dir]) << dir;
+        ASSERT_TRUE(along >= -0.5 && along <= (vertical ? 1.0 : 1.5)) << dir << " " << along;
         ++count[dir];
     }
-    // Expected shares 2/7, 2/7, 1.5/7, 1.5/7; five binomial sigmas is about 0.009.
-    EXPECT_NEAR(count[NORM_Y_NEG] / double(n), 2.0 / 7, 0.009);
-    EXPECT_NEAR(count[NORM_Y_POS] / double(n), 2.0 / 7, 0.009);
-    EXPECT_NEAR(count[NORM_X_NEG] / double(n), 1.5 / 7, 0.009);
-    EXPECT_NEAR(count[NORM_X_POS] / double(n), 1.5 / 7, 0.009);
+    // Five binomial sigmas is about 0.009.
+    for (int d = 1; d <= 4; ++d) EXPECT_NEAR(count[d] / double(n), share[d], 0.009) << d;
 }
 
 TEST(SolverWalk, WalksEndOnConductorsAndCountTheirHops) {
     NetManager nets = make_nets(
         {rect(-0.05, 0.3, 0.05, 0.5), rect(0.15, 0.3, 0.25, 0.5), rect(-10, -0.1, 10, 0.0)},
         rect(-10, 0, 10, 10));
-    online_table_manager tables;
-    const Config cfg = quiet_config();
-    WalkManager w(&nets, cfg, tables, 42);
-    long hops = 0;
+    online_table_manager tables, tables2;
+    WalkManager w(&nets, quiet_config(), tables, 42), again(&nets, quiet_config(), tables2, 42);
     int on_master = 0;
     for (int k = 0; k < 2000; ++k) {
         w.walk();
+        again.walk();  // same seed, same tables: the same walk
+        ASSERT_EQ(std::tie(again.hops, again.weight, again.hit_net),
+                  std::tie(w.hops, w.weight, w.hit_net));
         ASSERT_NE(w.hit_net, nullptr);
         ASSERT_GE(w.hops, 2u);  // the start lies 0.05 from every conductor
         // The first hop carries the only weight: +-T e / r with r = 0.05 and e = 3.9.
         ASSERT_NEAR(std::abs(w.weight), tables.get_single_wvtx()->total_weight * 3.9 / 0.05, 1e-9);
-        hops += w.hops;
         on_master += w.hit_net == nets.master;
     }
     EXPECT_GT(on_master, 0);
     EXPECT_LT(on_master, 2000);
-    // Same seed, same tables: the same sequence of walks.
-    online_table_manager tables2;
-    WalkManager w2(&nets, cfg, tables2, 42);
-    long hops2 = 0;
-    for (int k = 0; k < 2000; ++k) {
-        w2.walk();
-        hops2 += w2.hops;
-    }
-    EXPECT_EQ(hops, hops2);
 }
 
 TEST(SolverWalk, CompanionStartsMirroredThroughTheOriginWithTheOppositeWeight) {
@@ -206,22 +184,18 @@ TEST(SolverWalk, FirstHopAlongTheLayersTakesTheWalkersOwnPermittivity) {
     // walker's own permittivity times it, even when the key rounds an interface within half a cell
     // (1/12 here) onto the centre node. Box side 2, centre at height 1, permittivity 7.5 below the
     // interface and 2.7 above.
-    const struct {
-        double interface;
-        double expected;
-    } cases[] = {{0.97, 2.7}, {1.03, 7.5}, {0.999, 2.7}, {1.001, 7.5}, {0.4, 2.7}, {1.7, 7.5}};
     online_table_manager tables;
-    for (const auto& c : cases) {
+    auto walker_eps = [&](const std::vector<double>& heights, const std::vector<double>& eps) {
         double middle_eps = 0;
-        tables.get_WVTx({0.0, c.interface}, {7.5, 2.7}, 2.0, middle_eps);
-        EXPECT_DOUBLE_EQ(middle_eps, c.expected) << c.interface;
-    }
+        tables.get_WVTx(heights, eps, 2.0, middle_eps);
+        return middle_eps;
+    };
+    for (const auto& [interface, expected] :
+         {std::pair{0.97, 2.7}, {1.03, 7.5}, {0.999, 2.7}, {1.001, 7.5}, {0.4, 2.7}, {1.7, 7.5}})
+        EXPECT_DOUBLE_EQ(walker_eps({0.0, interface}, {7.5, 2.7}), expected) << interface;
     // Through the stack's last layer and a stack of three.
-    double middle_eps = 0;
-    tables.get_WVTx({0.0, 0.2, 0.95, 1.02}, {4.0, 7.0, 2.7, 4.2}, 2.0, middle_eps);
-    EXPECT_DOUBLE_EQ(middle_eps, 2.7);
-    tables.get_WVTx({0.0, 0.2, 0.9}, {4.0, 7.0, 2.7}, 2.0, middle_eps);
-    EXPECT_DOUBLE_EQ(middle_eps, 2.7);
+    EXPECT_DOUBLE_EQ(walker_eps({0.0, 0.2, 0.95, 1.02}, {4.0, 7.0, 2.7, 4.2}), 2.7);
+    EXPECT_DOUBLE_EQ(walker_eps({0.0, 0.2, 0.9}, {4.0, 7.0, 2.7}), 2.7);
 }
 
 TEST(SolverWalk, PlainHopsThroughLayersLandWhereTheFittedBoxSends) {
