@@ -165,7 +165,7 @@ TEST_F(RandomSamples, PlateRowIsDerivedUnlessSolvePlateRowIsSet) {
     EXPECT_EQ(solves, std::make_pair(conductors - 4, 0));
     solves = {0, 0};
     params["solve_plate_row"] = true;
-    run(params, "solved.jsonl");  // the same samples: each depends on its index and the seed
+    run(params, "solved.jsonl");  // the same samples: each depends only on its index and seed
     EXPECT_EQ(solves, std::make_pair(conductors, 4));
     EXPECT_EQ(readSamples(dir / "solved.jsonl").size(), 4u);
 
