@@ -310,8 +310,15 @@ struct vector_stack {
     std::size_t size() const { return heights.size(); }
     double height(std::size_t j) const { return heights[j]; }
     double permittivity(std::size_t j) const { return eps[j]; }
-    double largest() const { return max_of(eps); }
 };
+
+// The largest permittivity of a stack; 1 for an empty one.
+template <class Stack>
+double largest(const Stack& stack) {
+    double m = stack.size() > 0 ? stack.permittivity(0) : 1.0;
+    for (std::size_t j = 1; j < stack.size(); ++j) m = std::max(m, stack.permittivity(j));
+    return m;
+}
 
 // Key building over either kind of stack: the same arithmetic on the same values, so both give
 // the same key byte for byte.
@@ -349,7 +356,7 @@ std::size_t pack_stack(const Stack& stack, double size, double step, char* key, 
     // second rounding follows), so that a permittivity between two steps holds its ratio to the
     // others in the mean. Nearest steps left the low-k layer against a thin film 0.44% off in
     // every box, which biased the plate-as-master rows by 0.15% (docs/accuracy.md, E14).
-    double emax = nearest ? stack.largest() : (m > 0 ? kept[0] : 1.0);
+    double emax = nearest ? largest(stack) : (m > 0 ? kept[0] : 1.0);
     if (!nearest)
         for (int j = 1; j < m; ++j) emax = std::max(emax, kept[j]);
     const double scale = nearest ? 0 : static_cast<double>(round_half_away(1 / step)) / emax;
@@ -366,12 +373,6 @@ std::size_t pack_stack(const Stack& stack, double size, double step, char* key, 
 }
 
 }  // namespace
-
-double layer_stack::largest() const {
-    double m = n > 0 ? eps[0] : 1.0;
-    for (std::size_t j = 1; j < n; ++j) m = std::max(m, eps[j]);
-    return m;
-}
 
 std::size_t online_table_manager::pack(const std::vector<double>& heights,
                                        const std::vector<double>& eps, double size, double step,

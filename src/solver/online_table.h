@@ -84,8 +84,6 @@ struct layer_stack {
     std::size_t size() const { return n; }
     double height(std::size_t j) const { return j == 0 ? 0.0 : z[j] - lo; }
     double permittivity(std::size_t j) const { return eps[j]; }
-    // The largest of the n permittivities; 1 for an empty stack.
-    double largest() const;
 };
 
 // What one manager did: table lookups by kind, and the tables it had to solve and the thread CPU
